@@ -1,0 +1,349 @@
+/*
+ * rmcpp: IPMI v2.0 / RMCP+ remote-console client library.
+ *
+ * Plain C interface; compiles as C99 and as C++. Every function returns an
+ * integer result code (RMCPP_OK, 0, on success) and writes its outputs
+ * through pointer arguments. All multi-byte IPMI and RMCP+ fields are
+ * little-endian on the wire; the records below hold host-order integers.
+ */
+#ifndef RMCPP_H
+#define RMCPP_H
+
+#include <stdint.h>
+#include <sys/time.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define RMCPP_API __attribute__((visibility("default")))
+
+/* ------------------------------------------------------------------ */
+/* Result codes                                                        */
+/* ------------------------------------------------------------------ */
+enum {
+    RMCPP_OK = 0,
+    RMCPP_ERR_INVALID = 1,         /* bad argument or rejected packet      */
+    RMCPP_ERR_RESOURCE = 2,        /* out of memory, or a receive failed   */
+    RMCPP_ERR_INTERNAL = 3,        /* clock, build or key failure          */
+    RMCPP_ERR_RETRY_OVER = 4,      /* attempts used up                     */
+    RMCPP_ERR_SESSION = 5,         /* session exhausted, or bad payload    */
+    RMCPP_ERR_BUFFER = 6,          /* output buffer too small              */
+    RMCPP_ERR_TIMEOUT = 7,         /* waited in vain                       */
+    RMCPP_ERR_SEND = 8,            /* RMCP+ packet could not be sent       */
+    RMCPP_ERR_RECEIVE = 9,         /* other receive failure                */
+    RMCPP_ERR_RAKP_KEY = 15,       /* RAKP 2/4 key did not match           */
+    RMCPP_ERR_SOCKET = 33,         /* socket could not be made/connected   */
+    RMCPP_ERR_PING = 34,           /* presence ping failed                 */
+    RMCPP_ERR_NO_RMCPP = 35,       /* channel offers no IPMI v2.0 / RMCP+  */
+    RMCPP_ERR_AUTH_ALG = 36,       /* authentication algorithm mismatch    */
+    RMCPP_ERR_INTEGRITY_ALG = 37,  /* integrity algorithm mismatch         */
+    RMCPP_ERR_CONF_ALG = 38,       /* confidentiality algorithm mismatch   */
+    RMCPP_ERR_ROLE = 39,           /* requested role refused               */
+    RMCPP_ERR_BIND = 40,           /* no local port could be bound         */
+    RMCPP_ERR_STATUS = 65,         /* non-zero RMCP+ status code           */
+    RMCPP_ERR_HEADER = 66,         /* bad header, session ID or length     */
+    RMCPP_ERR_COMPLETION = 67,     /* non-zero completion code             */
+    RMCPP_ERR_DATA_LENGTH = 68,    /* response data of the wrong length    */
+    RMCPP_ERR_UNEXPECTED = 69,     /* unexpected response type or length   */
+    RMCPP_ERR_TIMER = -1           /* clock failure or invalid times       */
+};
+
+/* Security bits of a packet: encrypted / authenticated. */
+#define RMCPP_SECURITY_ENCRYPTED     0x20
+#define RMCPP_SECURITY_AUTHENTICATED 0x10
+
+/* ------------------------------------------------------------------ */
+/* Records                                                             */
+/* ------------------------------------------------------------------ */
+
+/* The library's record of an open session (80 bytes). Owned by the
+ * library from the end of setup until release; never freed by the caller. */
+typedef struct RMCPp_Session {
+    uint8_t integrity_alg;
+    uint8_t confidentiality_alg;
+    uint32_t console_session_id;
+    uint32_t send_seq_auth;
+    uint32_t send_seq_unauth;
+    uint32_t bmc_session_id;
+    uint32_t recv_seq_auth;
+    uint32_t recv_seq_unauth;
+    uint16_t recv_window_auth;
+    uint16_t recv_window_unauth;
+    uint8_t sik[20];
+    uint8_t cipher_key[20];
+    int socket_fd;
+    uint8_t per_msg_auth_status;
+    uint8_t user_auth_status;
+    uint8_t closed;
+    uint8_t auth_option;
+} RMCPp_Session;
+
+/* The caller's record for one session. */
+typedef struct IPMI_SessionParam {
+    uint32_t bmc_address;          /* in: IPv4 address, host order           */
+    int32_t port_option;           /* in: 0 = port 623, 1 = port 664         */
+    const char *user_name;         /* in: at most 16 characters, may be null */
+    const char *user_password;     /* in: at most 20 characters, may be null */
+    int32_t privilege_level;       /* in: 0..5 (0: highest the BMC grants)   */
+    int32_t cipher_suite_id;       /* in: 0..3                               */
+    int32_t user_lookup_option;    /* in: 0 name and privilege, 1 name only  */
+    int32_t two_key_login_option;  /* in: 1 = two-key login with server_key  */
+    const char *server_key;        /* in: Kg, at most 20 characters          */
+    uint8_t slave_address;         /* in: responder slave address (even)     */
+    uint8_t lun;                   /* in: responder LUN 0..3                 */
+    uint16_t local_port;           /* in: 0 = first free of 7001..7099       */
+    uint16_t retry_count;          /* in: sends per establishment request    */
+    uint16_t timeout_sec;          /* in: wait per establishment response    */
+    uint32_t per_msg_auth_status;  /* out                                    */
+    uint32_t granted_privilege;    /* out                                    */
+    RMCPp_Session *session;        /* out: the open session, or null         */
+} IPMI_SessionParam;
+
+/* The working state of one establishment. */
+typedef struct RMCPp_SetupState {
+    uint32_t bmc_address;
+    uint8_t user_name[16];
+    uint8_t spare1;
+    uint8_t user_name_length;
+    uint8_t user_password[20];
+    uint8_t spare2;
+    uint8_t user_key_length;
+    uint8_t bmc_key[20];
+    uint8_t spare3;
+    uint8_t bmc_key_length;
+    uint8_t req_integrity_alg;
+    uint8_t req_auth_alg;
+    uint8_t req_confidentiality_alg;
+    uint8_t spare4[3];
+    uint32_t console_session_id;
+    uint32_t send_seq_auth;
+    uint32_t send_seq_unauth;
+    uint8_t integrity_alg;
+    uint8_t auth_alg;
+    uint8_t confidentiality_alg;
+    uint8_t spare5;
+    uint32_t bmc_session_id;
+    uint32_t recv_seq_auth;
+    uint32_t recv_seq_unauth;
+    uint16_t recv_window_auth;
+    uint16_t recv_window_unauth;
+    uint8_t bmc_guid[16];
+    uint8_t sik[20];
+    uint8_t cipher_key[20];
+    int socket_fd;
+    uint8_t kg_status;
+    uint8_t per_msg_auth_status;
+    uint8_t user_auth_status;
+    uint8_t spare6;
+    uint8_t rs_addr;
+    uint8_t rs_lun;
+    uint16_t local_port;
+    uint16_t retry_count;
+    uint16_t timeout_sec;
+} RMCPp_SetupState;
+
+/* Eight bytes describing one IPMI exchange. */
+typedef struct IPMI_MsgHeader {
+    uint8_t req_netfn;
+    uint8_t rq_addr;
+    uint8_t cmd;
+    uint8_t rq_lun;
+    uint8_t rq_seq;
+    uint8_t resp_netfn;
+    uint8_t rs_addr;
+    uint8_t rs_lun;
+} IPMI_MsgHeader;
+
+/* ------------------------------------------------------------------ */
+/* Host platform interfaces                                            */
+/*                                                                     */
+/* The library carries default implementations of both. A host program */
+/* replaces one simply by defining a function of the same name and     */
+/* signature: the dynamic linker then binds the library's calls to it.  */
+/* ------------------------------------------------------------------ */
+
+/* The record handed to the trace sink with every line. */
+typedef struct KivTraceRecord {
+    uint8_t kind;      /* always 2 */
+    uint8_t format;    /* always 1 */
+    uint16_t code;     /* always 0 */
+    uint16_t detail;   /* always 0 */
+} KivTraceRecord;
+
+/* Trace sink: receives each log line (channel 1) and each completion-code
+ * trace line (channel 0). The default writes the text to standard error. */
+RMCPP_API void putKivTrace(int channel, const KivTraceRecord *record, const char *text);
+
+/* Room, in bytes, of the text buffer handed to lmsg_getmsg. */
+#define RMCPP_LMSG_TEXT_SIZE 512
+
+/* Host message catalogue: fills text (RMCPP_LMSG_TEXT_SIZE bytes) with
+ * message number `number` applied to `argument` and returns text. */
+RMCPP_API char *lmsg_getmsg(int number, char *text, const char *argument);
+
+/* ------------------------------------------------------------------ */
+/* Globals                                                             */
+/* ------------------------------------------------------------------ */
+RMCPP_API extern uint8_t RMCPConnectSA;        /* rqAddr of own requests; 0x24 silences the log */
+RMCPP_API extern struct timeval RMCPtimeout;   /* 5 s; kept settable, has no effect on waits   */
+RMCPP_API extern uint8_t flag_1st_random;      /* 1: next random number re-seeds the generator */
+RMCPP_API extern const char *mess_tag[];       /* "DEBUG" .. "NONE", null-terminated            */
+RMCPP_API extern int Print_Level;              /* set by change_printlevel                      */
+RMCPP_API extern int do_self_check;            /* 1 until the type self check first passes      */
+
+/* ------------------------------------------------------------------ */
+/* Session setup                                                       */
+/* ------------------------------------------------------------------ */
+RMCPP_API int IPMI_SetupSession(IPMI_SessionParam *param);
+RMCPP_API void IPMI_SetupConnectSA(unsigned value);
+
+/* ------------------------------------------------------------------ */
+/* IPMI message framing                                                */
+/* ------------------------------------------------------------------ */
+RMCPP_API int MakeIPMIRequest(const IPMI_MsgHeader *header, const uint8_t *data, int data_length,
+                              uint8_t *output, int output_size, int *output_length);
+RMCPP_API int MakeIPMIResponse(const IPMI_MsgHeader *header, const uint8_t *data, int data_length,
+                               uint8_t *output, int output_size, int *output_length);
+RMCPP_API int CheckIPMIRespHead(const uint8_t *request, int request_length, const uint8_t *response,
+                                int response_length, int *data_offset, int *data_length);
+RMCPP_API int CheckIPMIReqHead(const uint8_t *message, int length, int *data_offset, int *data_length);
+RMCPP_API int Check_IPMIMessHead(const uint8_t *message, uint32_t length, const IPMI_MsgHeader *header,
+                                 uint8_t *completion_code, uint32_t *data_length);
+
+/* ------------------------------------------------------------------ */
+/* Message exchange on an open session                                 */
+/* ------------------------------------------------------------------ */
+RMCPP_API int Send_IPMI_Message(IPMI_SessionParam *param, const uint8_t *request, uint32_t request_length,
+                                int auth_option, uint32_t *released);
+RMCPP_API int Get_IPMI_Message(IPMI_SessionParam *param, uint8_t *response, uint32_t response_size,
+                               uint32_t *response_length, uint16_t wait_sec, uint8_t *payload_flags,
+                               uint32_t *released);
+RMCPP_API int Get_IPMI_Message_Nowait(IPMI_SessionParam *param, uint8_t *response, uint32_t response_size,
+                                      uint32_t *response_length, uint32_t *released);
+RMCPP_API int IPMI_Message_IF(IPMI_SessionParam *param, const uint8_t *request, uint32_t request_length,
+                              uint8_t *response, uint32_t response_size, uint32_t *response_length,
+                              int auth_option, uint32_t *released, int attempts, int wait_sec);
+RMCPP_API int IPMI_Message_IF_core(IPMI_SessionParam *param, const uint8_t *request, uint32_t request_length,
+                                   uint8_t *response, uint32_t response_size, uint32_t *response_length,
+                                   int auth_option, uint32_t *released, uint8_t attempts, uint8_t wait_sec);
+RMCPP_API int ipmi_recv(RMCPp_Session *session, const uint8_t *request, const struct timeval *start,
+                        uint8_t wait_sec, uint8_t *response, uint16_t response_size,
+                        uint32_t *response_length, uint8_t expected_flags);
+RMCPP_API int Get_IPMB_Response(IPMI_SessionParam *param, const uint8_t *request, uint32_t request_length,
+                                uint8_t *response, uint32_t response_size, uint32_t *response_length,
+                                uint32_t *released, uint8_t expected_flags, uint8_t wait_sec);
+RMCPP_API int IPMI_CloseSession(IPMI_SessionParam *param);
+
+/* ------------------------------------------------------------------ */
+/* Establishment                                                       */
+/* ------------------------------------------------------------------ */
+RMCPP_API int SetupSession(RMCPp_SetupState *state, uint32_t port, uint32_t privilege,
+                           uint32_t name_only_lookup, uint32_t two_key_login, uint32_t *granted_out);
+RMCPP_API int RetryRoutine_RAKP(RMCPp_SetupState *state, uint8_t *request, uint32_t request_length,
+                                uint8_t *response, uint32_t response_size, uint32_t *response_length,
+                                uint8_t response_type, uint32_t *payload_offset, uint8_t *rakp_status,
+                                uint8_t send_only, const IPMI_MsgHeader *expected, uint8_t tag);
+RMCPP_API int CheckSelfTypes(void);
+
+/* Get Channel Authentication Capabilities over IPMI v1.5 */
+RMCPP_API int GetAuthCapa_v15(RMCPp_SetupState *state, uint8_t *not_supported, uint8_t privilege);
+RMCPP_API int Make_GetAuthCapa_v15(RMCPp_SetupState *state, const IPMI_MsgHeader *record, uint8_t privilege,
+                                   uint8_t *buffer, uint32_t buffer_size, uint32_t *length_out);
+RMCPP_API int Check_IPMIv15_NonAuth(RMCPp_SetupState *state, const uint8_t *data, uint32_t *length,
+                                    const IPMI_MsgHeader *expected, uint32_t *used);
+RMCPP_API int Check_GetAuthCapa_v15(const uint8_t *data, uint32_t length, uint8_t *not_supported,
+                                    uint8_t *kg_status, uint8_t *per_msg_auth_status,
+                                    uint8_t *user_auth_status);
+
+/* Open Session */
+RMCPP_API int OpenSession_Req_Resp(RMCPp_SetupState *state, uint8_t role, uint8_t *granted, uint8_t tag,
+                                   uint8_t *rakp_status);
+RMCPP_API int Make_OpenSessRequest(RMCPp_SetupState *state, uint8_t role, uint8_t tag, uint8_t *buffer,
+                                   uint32_t buffer_size, uint32_t *length_out);
+RMCPP_API int Check_OpenSessResponse(RMCPp_SetupState *state, const uint8_t *data, uint32_t length,
+                                     uint8_t tag, uint32_t *used);
+RMCPP_API int Check_IPMISessHead_RAKP(const uint8_t *data, uint32_t length, uint32_t *header_length,
+                                      uint8_t payload_type, uint16_t *payload_length);
+
+/* RAKP messages 1 and 2 */
+RMCPP_API int RAKPMessage1_2(RMCPp_SetupState *state, const uint8_t *rm, uint8_t role, uint8_t tag,
+                             uint8_t *rc, uint8_t *rakp_status);
+RMCPP_API int Make_RAKPMessage1(RMCPp_SetupState *state, const uint8_t *rm, uint8_t role, uint8_t tag,
+                                uint8_t *buffer, uint32_t buffer_size, uint32_t *length_out);
+RMCPP_API int Check_RAKPMessage2(RMCPp_SetupState *state, const uint8_t *data, uint32_t length, uint8_t tag,
+                                 uint32_t *used, uint8_t *rakp_status);
+RMCPP_API int CheckKeyExchange2(RMCPp_SetupState *state, uint8_t role, const uint8_t *rm, const uint8_t *rc,
+                                const uint8_t *received_code, uint8_t *mismatch);
+
+/* RAKP messages 3 and 4 */
+RMCPP_API int RAKPMessage3_4(RMCPp_SetupState *state, const uint8_t *rm, uint8_t role, uint8_t tag,
+                             const uint8_t *rc, uint8_t *rakp_status, uint8_t abort_only);
+RMCPP_API int Make_RAKPMessage3(RMCPp_SetupState *state, uint8_t tag, uint8_t status, const uint8_t *rc,
+                                uint8_t role, uint8_t *buffer, uint32_t buffer_size, uint32_t *length_out);
+RMCPP_API int MakeKeyExchange3(RMCPp_SetupState *state, const uint8_t *rc, uint8_t role, uint8_t *out);
+RMCPP_API int Check_RAKPMessage4(RMCPp_SetupState *state, const uint8_t *data, uint32_t length, uint8_t tag,
+                                 uint32_t *used, uint8_t *rakp_status);
+RMCPP_API int CheckKeyExchange4(RMCPp_SetupState *state, const uint8_t *rm, const uint8_t *received_value,
+                                uint8_t *mismatch);
+
+/* Session IDs, random numbers and keys */
+RMCPP_API uint32_t MakeSessionID(void);
+RMCPP_API int MakeRandomNumber(uint8_t *out);
+RMCPP_API int MakeSIK(RMCPp_SetupState *state, uint8_t role, const uint8_t *rm, const uint8_t *rc);
+RMCPP_API int MakeConfidentialityKey(RMCPp_SetupState *state);
+
+/* ------------------------------------------------------------------ */
+/* RMCP+ packet layer                                                  */
+/* ------------------------------------------------------------------ */
+RMCPP_API int Check_RMCPHead(const uint8_t *packet, uint32_t *length, uint32_t *header_length);
+RMCPP_API int MakeRMCPHeader(uint8_t *buffer, const uint32_t *available, uint32_t *written);
+RMCPP_API int CalculateAuthCode(uint8_t algorithm, const uint8_t *data, uint32_t data_length,
+                                const uint8_t *key, uint32_t key_length, uint8_t *output,
+                                uint32_t *output_length);
+
+RMCPP_API int MakeRMCP_pluse_Packet(RMCPp_Session *session, const uint8_t *data, uint32_t data_length,
+                                    uint8_t *buffer, uint32_t buffer_size, uint32_t *packet_length);
+RMCPP_API int RMCPp_Send_Message(RMCPp_Session *session, const uint8_t *data, uint32_t data_length);
+
+RMCPP_API int RMCPp_Get_Message(RMCPp_Session *session, uint8_t *output, uint32_t *output_length,
+                                uint32_t output_size, const struct timeval *start,
+                                const struct timeval *timeout, uint8_t *security_bits);
+RMCPP_API int RMCPp_Get_Message_Nowait(RMCPp_Session *session, uint8_t *output, uint32_t *output_length,
+                                       uint32_t output_size, uint8_t *security_bits);
+RMCPP_API int Check_IPMIHeadTail(RMCPp_Session *session, const uint8_t *packet, uint32_t *length,
+                                 uint32_t *header_length, uint8_t *payload_type);
+RMCPP_API int Check_IPMIPayload(RMCPp_Session *session, uint8_t *payload, uint32_t length, uint8_t *output,
+                                uint32_t *output_length, uint32_t output_size, uint32_t *data_offset,
+                                uint8_t payload_type);
+RMCPP_API int CheckSessSeqNum(RMCPp_Session *session, uint32_t sequence_number, uint8_t payload_type);
+
+RMCPP_API int ConfidentialityAlgorithm(uint8_t algorithm, uint8_t *field, uint32_t field_length,
+                                       const uint8_t *key, int direction);
+RMCPP_API int AES_CBC_128_Process(const uint8_t *key, const uint8_t *iv, uint8_t *data, int32_t length,
+                                  int direction);
+RMCPP_API void BinToHex(char *text, const uint8_t *bytes, int bits);
+
+/* ------------------------------------------------------------------ */
+/* Transport, timers, logging, presence ping, status codes             */
+/* ------------------------------------------------------------------ */
+RMCPP_API int init_socket(int *socket_fd, uint32_t address, uint32_t port, uint16_t local_port);
+RMCPP_API int Send_RMCP(int socket_fd, const uint8_t *buffer, uint32_t length, int flags);
+RMCPP_API int Receive_RMCP(int socket_fd, uint8_t *buffer, uint32_t *length, int flags,
+                           const struct timeval *limit);
+RMCPP_API int ReadTimer(const struct timeval *start, const struct timeval *limit, struct timeval *left);
+RMCPP_API int CheckTimeOver(const struct timeval *start, const struct timeval *now,
+                            const struct timeval *limit, struct timeval *left);
+RMCPP_API void lib_log(uint8_t level, const char *format, ...) __attribute__((format(printf, 2, 3)));
+RMCPP_API void change_printlevel(const char *name);
+
+RMCPP_API int RMCP_PingPong(int socket_fd, int attempts, const struct timeval *limit);
+RMCPP_API void PrintRMCPStatusCode(int status_code);
+
+#ifdef __cplusplus
+}
+#endif
+
+#include "rmcpp_aes.h"
+
+#endif /* RMCPP_H */

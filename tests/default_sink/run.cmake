@@ -1,0 +1,12 @@
+# Runs the program and compares its standard error with the expected lines.
+execute_process(COMMAND ${PROGRAM} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "program failed: ${rc}")
+endif()
+set(expected "default sink line 1\nReceived Unexpected Packet.(R_H Version)\nIPMI message 20020: CC=0xC1:2018\n")
+if(NOT err STREQUAL expected)
+  message(FATAL_ERROR "standard error was:\n[${err}]\nexpected:\n[${expected}]")
+endif()
+if(NOT out STREQUAL "")
+  message(FATAL_ERROR "unexpected standard output: [${out}]")
+endif()
