@@ -55,16 +55,19 @@ TEST_F(Socket, LoopbackPeerIsAnsweredFromLoopback)
     EXPECT_EQ(ntohl(a.sin_addr.s_addr), 0x7F000001u);
     EXPECT_GE(ntohs(a.sin_port), 7001);
     EXPECT_LE(ntohs(a.sin_port), 7099);
-    ASSERT_EQ(bind_calls().size(), 1u);
-    EXPECT_EQ(ntohl(bind_calls()[0].sin_addr.s_addr), 0x7F000001u);
+    // Other test programs may hold the first ports of the search.
+    ASSERT_FALSE(bind_calls().empty());
+    for (const auto &b : bind_calls()) EXPECT_EQ(ntohl(b.sin_addr.s_addr), 0x7F000001u);
+    EXPECT_EQ(bind_calls().back().sin_port, a.sin_port);
 }
 
 TEST_F(Socket, OtherAddressBindsTheWildcard)
 {
     ASSERT_EQ(init_socket(&fd_, loopback(kPeer), 623, 0), 0);
     const sockaddr_in a = local_name(fd_);
-    ASSERT_EQ(bind_calls().size(), 1u);
-    EXPECT_EQ(bind_calls()[0].sin_addr.s_addr, htonl(INADDR_ANY));
+    ASSERT_FALSE(bind_calls().empty());
+    for (const auto &b : bind_calls()) EXPECT_EQ(b.sin_addr.s_addr, htonl(INADDR_ANY));
+    EXPECT_EQ(bind_calls().back().sin_port, a.sin_port);
     EXPECT_GE(ntohs(a.sin_port), 7001);
     EXPECT_LE(ntohs(a.sin_port), 7099);
 }
