@@ -278,3 +278,40 @@ TEST(BmcsimRakp, RakpNoneRefusesARakp3WithACode)
 }
 
 }  // namespace
+
+namespace {
+
+TEST(BmcsimProgram, TakesUsersKgGuidAndSuitesFromAConfigFile)
+{
+    std::string path = ::testing::TempDir() + "bmcsim_establishment.conf";
+    {
+        std::FILE *f = std::fopen(path.c_str(), "w");
+        ASSERT_NE(f, nullptr);
+        std::fputs("# users of the simulated BMC\n"
+                   "user admin:secret:4\n"
+                   "user viewer:look:2\n"
+                   "kg 6b6579\n"
+                   "guid 000102030405060708090a0b0c0d0e0f\n"
+                   "suites 1,3\n"
+                   "session-id 0x55667788\n",
+                   f);
+        std::fclose(f);
+    }
+    bmcsim::ChildProcess child({"--address", kAddress, "--port", "6232", "--config", path});
+    Console console(kAddress, 6232);
+    EXPECT_EQ(console.exchange(simtest::open_session_request(1, 4, kConsoleId, 1, 1, 0)),
+              status_only(0x11, 1, 0x11, kConsoleId));
+    auto e = simtest::establish(console, 3, "admin", "secret", 4, false, simtest::text("key"), kConsoleId + 1);
+    ASSERT_TRUE(e);
+    EXPECT_EQ(e->bmc_id, 0x55667788u);
+    Bytes guid(16);
+    for (size_t i = 0; i < 16; ++i) guid[i] = static_cast<uint8_t>(i);
+    EXPECT_EQ(e->guid, guid);
+    Bytes icv = simtest::hmac_sha1(e->sik, cat(cat(e->rm, le(0x55667788)), guid));
+    EXPECT_EQ(Bytes(e->rakp4.begin() + 24, e->rakp4.end()), Bytes(icv.begin(), icv.begin() + 12));
+    EXPECT_EQ(console.exchange(simtest::capabilities_request(4)).at(23), 0x24);  // Kg set, non-null names
+    EXPECT_TRUE(child.wait_for_output("established for user 'admin'", std::chrono::seconds(2)));
+    std::remove(path.c_str());
+}
+
+}  // namespace
