@@ -58,7 +58,9 @@ TEST_P(BmcsimSession, AnswersGetDeviceIdWithTheSuitesProtection)
     EXPECT_EQ(o.bits, bits());
     EXPECT_EQ(o.session_id, e.console_id);
     EXPECT_EQ(o.seq, 1u);
-    if (bits() & 0x40) EXPECT_TRUE(o.code_ok);
+    if (bits() & 0x40) {
+        EXPECT_TRUE(o.code_ok);
+    }
     EXPECT_EQ(o.message, ipmi_response(0x06, 0x01, 0x00, kDeviceId));
     auto s = sim->stats();
     ASSERT_EQ(s.messages().size(), 1u);
