@@ -3,6 +3,8 @@
 // system can refuse or get wrong, end to end.
 #include <dirent.h>
 #include <gtest/gtest.h>
+#include <openssl/evp.h>
+#include <openssl/hmac.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -408,6 +410,57 @@ TEST_F(Establishment, SilenceUsesTheRetries)
     expect_failure(4);
     EXPECT_EQ(sim_->stats().count(Kind::OpenSession), 2u);
     EXPECT_TRUE(testkit::logged("Re-try over.\n"));
+}
+
+}  // namespace
+
+namespace {
+
+std::string hmac_sha1(const uint8_t *key, size_t key_length, uint8_t fill, size_t length)
+{
+    const std::string data(length, static_cast<char>(fill));
+    uint8_t out[20];
+    unsigned int n = 0;
+    HMAC(EVP_sha1(), key, static_cast<int>(key_length), reinterpret_cast<const uint8_t *>(data.data()), data.size(),
+         out, &n);
+    return std::string(reinterpret_cast<char *>(out), n);
+}
+
+std::string bytes(const uint8_t *p, size_t n) { return std::string(reinterpret_cast<const char *>(p), n); }
+
+TEST_F(Establishment, StandardKeyModeDerivesK1AndTwentyByteK2)
+{
+    IPMI_SetupStandardKeys(0x101);
+    EXPECT_EQ(RMCPStandardKeys, 1);
+    param(3);
+    const int r = IPMI_SetupSession(&p_);
+    IPMI_SetupStandardKeys(0);
+    ASSERT_EQ(r, 0) << testkit::log_text();
+    const auto info = sim_session();
+    EXPECT_EQ(bytes(p_.session->sik, 20), hmac_sha1(info.sik.data(), 20, 0x01, 20));
+    EXPECT_EQ(bytes(p_.session->cipher_key, 20), hmac_sha1(info.sik.data(), 20, 0x02, 20));
+}
+
+TEST_F(Establishment, StandardKeyModeWithoutConfidentialityKeepsTheCipherKeyZero)
+{
+    IPMI_SetupStandardKeys(1);
+    param(2);
+    const int r = IPMI_SetupSession(&p_);
+    IPMI_SetupStandardKeys(0);
+    ASSERT_EQ(r, 0) << testkit::log_text();
+    const auto info = sim_session();
+    EXPECT_EQ(bytes(p_.session->sik, 20), hmac_sha1(info.sik.data(), 20, 0x01, 20));
+    EXPECT_EQ(bytes(p_.session->cipher_key, 20), std::string(20, '\0'));
+}
+
+TEST_F(Establishment, LibraryKeyModeIsTheDefault)
+{
+    EXPECT_EQ(RMCPStandardKeys, 0);
+    param(3);
+    ASSERT_EQ(IPMI_SetupSession(&p_), 0) << testkit::log_text();
+    const auto info = sim_session();
+    EXPECT_EQ(bytes(p_.session->sik, 20), bytes(info.sik.data(), 20));
+    EXPECT_EQ(bytes(p_.session->cipher_key, 20), hmac_sha1(info.sik.data(), 20, 0x02, 64));
 }
 
 }  // namespace
