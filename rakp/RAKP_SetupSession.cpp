@@ -1,0 +1,200 @@
+// The establishment driver: runs the RMCP+ session establishment phases in
+// their fixed order over one socket, and the send, wait and retry routine
+// that every request/response phase goes through.
+#include <sys/time.h>
+#include <unistd.h>
+
+#include "rmcpp.h"
+
+extern "C" {
+
+RMCPP_API int do_self_check = 1;
+
+// The message builders pack multi-byte fields with these same shifts, least
+// significant byte first; the check is by arithmetic, so it holds on hosts
+// of either byte order.
+RMCPP_API int CheckSelfTypes(void)
+{
+    const uint32_t word = 0x44332211u;
+    if ((word & 0xFF) == 0x11 && ((word >> 8) & 0xFF) == 0x22 && ((word >> 16) & 0xFF) == 0x33 &&
+        ((word >> 24) & 0xFF) == 0x44)
+        return 0;
+    lib_log(3, "RMCP+ Library doesn't work correctly.\n");
+    return 3;
+}
+
+namespace {
+
+bool known_response_type(uint8_t response_type)
+{
+    return response_type == 0x00 || response_type == 0x10 || response_type == 0x12 || response_type == 0x14;
+}
+
+// Hands one received datagram (after its RMCP header) to the checker of
+// the awaited response type.
+int check_response(RMCPp_SetupState *state, uint8_t response_type, const uint8_t *data, uint32_t *length,
+                   const IPMI_MsgHeader *expected, uint8_t tag, uint32_t *used, uint8_t *rakp_status)
+{
+    switch (response_type) {
+    case 0x00: return Check_IPMIv15_NonAuth(state, data, length, expected, used);
+    case 0x10: return Check_OpenSessResponse(state, data, *length, tag, used);
+    case 0x12: return Check_RAKPMessage2(state, data, *length, tag, used, rakp_status);
+    default: return Check_RAKPMessage4(state, data, *length, tag, used, rakp_status);
+    }
+}
+
+}  // namespace
+
+RMCPP_API int RetryRoutine_RAKP(RMCPp_SetupState *state, uint8_t *request, uint32_t request_length, uint8_t *response,
+                                uint32_t response_size, uint32_t *response_length, uint8_t response_type,
+                                uint32_t *payload_offset, uint8_t *rakp_status, uint8_t send_only,
+                                const IPMI_MsgHeader *expected, uint8_t tag)
+{
+    // An 8-bit counter: a retry count above 255 makes it wrap, so the
+    // attempts never run out. Kept as it is.
+    for (uint8_t n = 0; n < state->retry_count; ++n) {
+        if (Send_RMCP(state->socket_fd, request, request_length, 0) != 0) continue;
+        if (send_only) return 0;
+
+        struct timeval start;
+        if (gettimeofday(&start, nullptr) != 0) {
+            lib_log(2, "Failed to get starting time.\n");
+            continue;
+        }
+        const struct timeval timeout = {state->timeout_sec, 0};
+        struct timeval now = start;
+        struct timeval remaining = timeout;
+
+        while (CheckTimeOver(&start, &now, &timeout, &remaining) == 0) {
+            *response_length = response_size;
+            const int received = Receive_RMCP(state->socket_fd, response, response_length, 0, &remaining);
+            if (gettimeofday(&now, nullptr) != 0) lib_log(1, "Failed to get current time.\n");
+            if (received != 0) continue;
+
+            uint32_t used = 0;
+            *payload_offset = 0;
+            if (Check_RMCPHead(response, response_length, &used) != 0) {
+                lib_log(1, "Receive Packet with Invalid RMCP Header.\n");
+                continue;
+            }
+            *payload_offset += used;
+            // An unknown type ends the routine with 69 at once; only a
+            // checker's 69 means "not this datagram, keep waiting".
+            if (!known_response_type(response_type)) {
+                lib_log(3, "Undefined Response Type.\n");
+                return 69;
+            }
+            used = 0;
+            const int checked = check_response(state, response_type, response + *payload_offset, response_length,
+                                               expected, tag, &used, rakp_status);
+            *payload_offset += used;
+            if (checked == 69) continue;  // not the awaited response: keep waiting
+            return checked;
+        }
+        lib_log(1, "Timeout, now retrying ...\n");
+    }
+    lib_log(3, "Re-try over.\n");
+    return 4;
+}
+
+namespace {
+
+// Every failure after the socket is open ends here: close it, return code.
+int give_up(RMCPp_SetupState *state, int code, const char *message = nullptr)
+{
+    if (message) lib_log(3, "%s", message);
+    close(state->socket_fd);
+    return code;
+}
+
+int check_algorithm(RMCPp_SetupState *state, uint8_t proposed, uint8_t accepted, const char *what, int code)
+{
+    if (proposed == accepted) return 0;
+    lib_log(3, "%s", what);
+    lib_log(3, "Client(%d) <--> Server(%d).\n", proposed, accepted);
+    return give_up(state, code);
+}
+
+}  // namespace
+
+RMCPP_API int SetupSession(RMCPp_SetupState *state, uint32_t port, uint32_t privilege, uint32_t name_only_lookup,
+                           uint32_t two_key_login, uint32_t *granted_out)
+{
+    if (do_self_check) {
+        const int r = CheckSelfTypes();
+        if (r != 0) return r;
+        do_self_check = 0;
+    }
+
+    int r = init_socket(&state->socket_fd, state->bmc_address, port, state->local_port);
+    if (r != 0) {
+        lib_log(3, "Failed to initialize socket.\n");
+        return r;
+    }
+
+    const struct timeval ping_limit = {state->timeout_sec, 0};
+    if (RMCP_PingPong(state->socket_fd, state->retry_count, &ping_limit) != 0)
+        return give_up(state, 34, "Failed to ping-pong.\n");
+
+    state->console_session_id = MakeSessionID();
+    state->recv_window_auth = 0xFFFF;
+    state->recv_window_unauth = 0xFFFF;
+    uint8_t not_supported = 0;
+
+    // Privilege 0 asks the channel about Administrator, but asks Open
+    // Session for whatever the managed system allows.
+    uint8_t role = static_cast<uint8_t>(privilege != 0 ? privilege : 4);
+    r = GetAuthCapa_v15(state, &not_supported, role);
+    if (r != 0) return give_up(state, r, "Failed to Get Channel Authentication Capabilities.\n");
+    if (not_supported) return give_up(state, 35, "Not Supported RMCP+.\n");
+    if (two_key_login && state->kg_status == 0) return give_up(state, 1, "Not-permit 2 key login.\n");
+
+    uint8_t tag = 1;
+    role = static_cast<uint8_t>(privilege);
+    uint8_t granted = 0;
+    uint8_t rakp_status = 0;
+    r = OpenSession_Req_Resp(state, role, &granted, tag, &rakp_status);
+    if (r != 0) return give_up(state, r, "Failed to do Open Session Request / Response.\n");
+
+    if ((r = check_algorithm(state, state->req_auth_alg, state->auth_alg, "Mismatch Authentication Algorithm.\n", 36)))
+        return r;
+    if ((r = check_algorithm(state, state->req_integrity_alg, state->integrity_alg,
+                             "Mismatch Integrity Algorithm.\n", 37)))
+        return r;
+    if ((r = check_algorithm(state, state->req_confidentiality_alg, state->confidentiality_alg,
+                             "Mismatch Confidentiality Algorithm.\n", 38)))
+        return r;
+    if (role != 0 && role != granted) return give_up(state, 39, "Server doesn't allow requested role.\n");
+
+    // From here on `role` is the RAKP role byte.
+    tag = 2;
+    if (privilege == 0) role = granted;
+    if (name_only_lookup) role |= 0x10;
+
+    uint8_t rm[16];
+    uint8_t rc[16];
+    if (MakeRandomNumber(rm) != 0) return give_up(state, 3);
+
+    // A wrong key exchange code in RAKP 2 is no failure here: it comes back
+    // as rakp_status 15 and is reported to the managed system in RAKP 3.
+    r = RAKPMessage1_2(state, rm, role, tag, rc, &rakp_status);
+    if (r != 0) return give_up(state, r, "Failed to do RAKP Message 1 & 2.\n");
+
+    if (MakeSIK(state, role, rm, rc) != 0) return give_up(state, 3, "Failed to make SIK.\n");
+
+    tag = 3;
+    const uint8_t abort_only = rakp_status != 0 ? 1 : 0;
+    r = RAKPMessage3_4(state, rm, role, tag, rc, &rakp_status, abort_only);
+    if (abort_only) return give_up(state, 65);
+    if (r != 0) return give_up(state, r, "Failed to do RAKP Message 3 & 4.\n");
+    if (rakp_status != 0) return give_up(state, 66, "Invalid Data in RAKP Message 4.\n");
+
+    if (MakeConfidentialityKey(state) != 0) return give_up(state, 3, "Failed to make Confidentiality Key.\n");
+
+    state->send_seq_auth = 1;
+    state->send_seq_unauth = 1;
+    *granted_out = granted;
+    return 0;
+}
+
+}  // extern "C"
