@@ -1,0 +1,217 @@
+// RAKP Message 3 proves to the managed system that the console knows the
+// user's password, or, after a RAKP 2 that failed its check, tells the
+// managed system why the establishment is given up. RAKP Message 4 answers
+// with an integrity check value under the new SIK, which proves that both
+// sides derived the same session integrity key.
+#include <algorithm>
+
+#include "rmcpp.h"
+#include "wire.h"
+
+using rmcpp::wire::Reader;
+using rmcpp::wire::Writer;
+
+namespace {
+
+constexpr uint32_t kShortLength = 24;  // RAKP 3 without a key exchange code
+constexpr uint32_t kCodeLength = 20;
+constexpr uint8_t kInactiveSessionId = 0x08;
+constexpr uint8_t kIllegalParameter = 0x12;
+
+}  // namespace
+
+extern "C" {
+
+// HMAC(password, Rc | console session ID | role | N | user name).
+RMCPP_API int MakeKeyExchange3(RMCPp_SetupState *state, const uint8_t *rc, uint8_t role, uint8_t *out)
+{
+    if (state->req_auth_alg == 0) return 0;
+    if (state->req_auth_alg != 1) {
+        lib_log(3, "Not - supported Authentication algorithm.\n");
+        return 1;
+    }
+    uint8_t input[38];
+    Writer w(input, sizeof input);
+    w.bytes(rc, 16).u32le(state->console_session_id);
+    w.u8(role).u8(state->user_name_length).bytes(state->user_name, state->user_name_length);
+
+    uint32_t result_length = 30;
+    if (!w.ok() || CalculateAuthCode(state->req_auth_alg, input, static_cast<uint32_t>(w.size()),
+                                     state->user_password, state->user_key_length, out, &result_length) != 0) {
+        lib_log(3, "Could not calculate Auth Code.\n");
+        return 1;
+    }
+    return 0;
+}
+
+// A RAKP 3 carrying a non-zero status has no key exchange code; neither has
+// one under RAKP-none.
+RMCPP_API int Make_RAKPMessage3(RMCPp_SetupState *state, uint8_t tag, uint8_t status, const uint8_t *rc,
+                                uint8_t role, uint8_t *buffer, uint32_t buffer_size, uint32_t *length_out)
+{
+    if (buffer_size < kShortLength) {
+        lib_log(3, "Insufficient Data Size.\n");
+        return 3;
+    }
+    *length_out = kShortLength;
+    uint32_t header_length = 0;
+    if (MakeRMCPHeader(buffer, &buffer_size, &header_length) != 0) {
+        lib_log(3, "Failed to make RMCP Header.\n");
+        return 3;
+    }
+
+    Writer w(buffer + header_length, buffer_size - header_length);
+    w.u8(0x06).u8(0x14).u32le(0).u32le(0);
+    const size_t length_at = w.size();
+    w.u16le(0);  // payload length, known at the end
+    const size_t payload_at = w.size();
+    w.u8(tag).u8(status).u16le(0).u32le(state->bmc_session_id);
+
+    if (status == 0 && state->req_auth_alg != 0) {
+        if (kShortLength + kCodeLength > buffer_size) {
+            lib_log(3, "Insufficient Data Size.\n");
+            return 3;
+        }
+        uint8_t code[kCodeLength];
+        if (MakeKeyExchange3(state, rc, role, code) != 0) {
+            lib_log(3, "Failed to calculate Hash Key for RAKP Message 3.\n\n");
+            return 3;
+        }
+        w.bytes(code, sizeof code);
+    }
+    w.patch_u16le(length_at, static_cast<uint16_t>(w.size() - payload_at));
+    *length_out = static_cast<uint32_t>(header_length + w.size());
+    return 0;
+}
+
+// Unlike RAKP 2, a RAKP 4 of the wrong payload length is skipped (69) and
+// the wait goes on.
+RMCPP_API int Check_RAKPMessage4(RMCPp_SetupState *state, const uint8_t *data, uint32_t length, uint8_t tag,
+                                 uint32_t *used, uint8_t *rakp_status)
+{
+    *rakp_status = 0;
+    uint32_t header_length = 0;
+    uint16_t payload_length = 0;
+    if (Check_IPMISessHead_RAKP(data, length, &header_length, 0x15, &payload_length) != 0) {
+        lib_log(3, "Check at IPMI Session Header & Tailer.\n");
+        return 69;
+    }
+    if (payload_length <= 7) {
+        lib_log(3, "Received Packet with number of Invalid Payload Length.\n");
+        return 69;
+    }
+    if (payload_length + 12u > length) {
+        lib_log(3, "Received Packet with Invalid Payload Length.\n");
+        return 69;
+    }
+    *used = 12;
+
+    Reader p(data, length);
+    p.skip(12);
+    if (p.u8() != tag) {
+        lib_log(3, "Received Packet with Invalid Message Tag.\n");
+        *rakp_status = kIllegalParameter;
+        return 66;
+    }
+    const uint8_t status = p.u8();
+    if (status != 0) {
+        PrintRMCPStatusCode(status);
+        lib_log(3, "Received Packet with Error Status Code.\n");
+        return 65;
+    }
+    if (!p.zeros(2)) {
+        lib_log(3, "Received Packet with Invalid value in Reserved field.\n");
+        *rakp_status = kIllegalParameter;
+        return 66;
+    }
+    if (p.u32le() != state->console_session_id) {
+        lib_log(3, "Received Packet with Invalid RC Session ID.\n");
+        *rakp_status = kInactiveSessionId;
+        return 66;
+    }
+    uint16_t wanted;
+    switch (state->auth_alg) {
+    case 0: wanted = 8; break;
+    case 1: wanted = 20; break;
+    default: lib_log(3, "Unsupported Authentication algorithm.\n"); return 3;
+    }
+    if (payload_length != wanted) {
+        lib_log(3, "Received Packet with number of Invalid Payload Length.\n");
+        return 69;
+    }
+    return 0;
+}
+
+// HMAC-SHA1-96: the first 12 bytes of HMAC(SIK, Rm | managed system session
+// ID | GUID); the last 8 bytes of the result play no part.
+RMCPP_API int CheckKeyExchange4(RMCPp_SetupState *state, const uint8_t *rm, const uint8_t *received_value,
+                                uint8_t *mismatch)
+{
+    *mismatch = 0;
+    if (state->auth_alg == 0) return 0;
+    if (state->auth_alg != 1) {
+        lib_log(3, "Not-supported Authentication algorithm.\n");
+        return 1;
+    }
+    uint8_t input[36];
+    Writer w(input, sizeof input);
+    w.bytes(rm, 16).u32le(state->bmc_session_id).bytes(state->bmc_guid, 16);
+
+    uint8_t expected[20];
+    uint32_t result_length = 30;
+    if (CalculateAuthCode(state->auth_alg, input, sizeof input, state->sik, sizeof state->sik, expected,
+                          &result_length) != 0) {
+        lib_log(3, "Could not calculate Auth Code.\n");
+        return 1;
+    }
+
+    uint8_t received[12];
+    Reader r(received_value, sizeof received);
+    r.bytes(received, sizeof received);
+    if (!std::equal(received, received + sizeof received, expected)) *mismatch = 1;
+    return 0;
+}
+
+// With abort_only set, RAKP 3 only reports the error found in RAKP 2: it is
+// sent without waiting for RAKP 4, and the phase ends with 66 whatever the
+// send did.
+RMCPP_API int RAKPMessage3_4(RMCPp_SetupState *state, const uint8_t *rm, uint8_t role, uint8_t tag,
+                             const uint8_t *rc, uint8_t *rakp_status, uint8_t abort_only)
+{
+    uint8_t request[400];
+    uint32_t request_length = 0;
+    if (Make_RAKPMessage3(state, tag, *rakp_status, rc, role, request, sizeof request, &request_length) != 0) {
+        lib_log(3, "Failed to make RAKP Message 3.\n");
+        return 3;
+    }
+
+    uint8_t response[400];
+    uint32_t response_length = 0;
+    uint32_t payload_offset = 0;
+    const int r = RetryRoutine_RAKP(state, request, request_length, response, sizeof response, &response_length,
+                                    0x14, &payload_offset, rakp_status, abort_only, nullptr, tag);
+    if (abort_only) return 66;
+    if (r != 0) {
+        lib_log(3, "Failed to do RAKP Message 3 & 4.\n");
+        return r;
+    }
+    if (state->req_auth_alg == 0) return 0;
+
+    Reader p(response, sizeof response);
+    p.skip(payload_offset + 8);
+    uint8_t value[12];
+    p.bytes(value, sizeof value);
+    uint8_t mismatch = 0;
+    if (CheckKeyExchange4(state, rm, value, &mismatch) != 0) {
+        lib_log(3, "Failed to calculate Hash Key for RAKP Message 4.\n\n");
+        return 3;
+    }
+    if (mismatch) {
+        lib_log(3, "Received Key of RAKP Message 4 is invalid.\n\n");
+        *rakp_status = 15;
+        return 66;
+    }
+    return 0;
+}
+
+}  // extern "C"

@@ -1,0 +1,150 @@
+// The numbers and keys of an RMCP+ establishment: the remote console session
+// ID, the console random number Rm, the session integrity key (SIK) and the
+// cipher key K2. Every keyed hash goes through CalculateAuthCode.
+#include <sys/time.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "rmcpp.h"
+#include "wire.h"
+
+using rmcpp::wire::Writer;
+
+namespace {
+
+// Process-wide generator state, shared by every establishment without a
+// lock: one establishment at a time per process.
+uint16_t seq;        // ORed into the low half of every session ID
+uint8_t Key[20];     // HMAC key of the random-number generator
+uint32_t Cp;         // microseconds of the clock at the first random number
+uint32_t Cq;         // random numbers made so far
+
+// K2 is HMAC-SHA1 under the SIK over sixty-four 0x02 bytes. The constant is
+// 64 bytes long on purpose; 20 bytes of 0x02 would give another key.
+constexpr auto kK2Constant = [] {
+    std::array<uint8_t, 64> c{};
+    for (auto &b : c) b = 0x02;
+    return c;
+}();
+
+}  // namespace
+
+extern "C" {
+
+RMCPP_API uint8_t flag_1st_random = 1;
+
+// The C library generator is re-seeded on every call, so IDs made within
+// the same two seconds share their upper half; only `seq` sets them apart.
+RMCPP_API uint32_t MakeSessionID(void)
+{
+    srand(static_cast<unsigned>(time(nullptr)) >> 1);
+    for (;;) {
+        const uint32_t r = static_cast<uint32_t>(rand());
+        // A value below 0x10000 is moved into the upper half, not discarded.
+        uint32_t candidate = (r & 0xFFFF0000u) != 0 ? (r & 0xFFFF0000u) : ((r & 0xFFFFu) << 16);
+        candidate |= seq;
+        ++seq;
+        if (candidate != 0) return candidate;
+    }
+}
+
+// Rm is the first 16 bytes of HMAC-SHA1 under Key over Cp | Cq. Key and Cp
+// are made on the first call (or whenever the host sets flag_1st_random
+// again); later numbers differ only by the counter Cq.
+RMCPP_API int MakeRandomNumber(uint8_t *out)
+{
+    if (flag_1st_random) {
+        struct timeval now;
+        if (gettimeofday(&now, nullptr) != 0) {
+            lib_log(3, "Could not get current time.\n");
+            return 1;
+        }
+        Cp = static_cast<uint32_t>(now.tv_usec);
+        Writer key(Key, sizeof Key);
+        for (int i = 0; i < 5; ++i) key.u32le(MakeSessionID());
+        flag_1st_random = 0;
+    }
+
+    uint8_t input[8];
+    Writer w(input, sizeof input);
+    w.u32le(Cp).u32le(Cq);
+
+    uint8_t result[20];
+    uint32_t result_length = 0;
+    if (CalculateAuthCode(1, input, sizeof input, Key, sizeof Key, result, &result_length) != 0) {
+        lib_log(3, "Could not generate random number.\n\n");
+        return 1;
+    }
+    if (result_length != 20) {
+        lib_log(3, "Invalid data length of generating Auth code.\n\n");
+        return 1;
+    }
+    std::memcpy(out, result, 16);
+    ++Cq;
+    return 0;
+}
+
+// SIK = HMAC(key, Rm | Rc | role | N | user name). The key is Kg when the
+// channel reports Kg set (even an empty one, when two-key login was not
+// asked), otherwise the zero-padded 20-byte password.
+RMCPP_API int MakeSIK(RMCPp_SetupState *state, uint8_t role, const uint8_t *rm, const uint8_t *rc)
+{
+    if (state->req_auth_alg == 0) {
+        std::memset(state->sik, 0, sizeof state->sik);
+        return 0;
+    }
+    if (state->req_auth_alg != 1) {
+        lib_log(3, "Error : Not - supported Authentication algorithm.\n");
+        return 1;
+    }
+
+    uint8_t input[50];
+    Writer w(input, sizeof input);
+    w.bytes(rm, 16).bytes(rc, 16).u8(role).u8(state->user_name_length).bytes(state->user_name,
+                                                                               state->user_name_length);
+
+    const uint8_t *key = state->user_password;
+    uint32_t key_length = 20;
+    if (state->kg_status != 0) {
+        key = state->bmc_key;
+        key_length = state->bmc_key_length;
+    }
+
+    uint8_t result[20];
+    uint32_t result_length = 30;
+    if (!w.ok() || CalculateAuthCode(state->req_auth_alg, input, static_cast<uint32_t>(w.size()), key, key_length,
+                                     result, &result_length) != 0) {
+        lib_log(3, "Could not calculate Auth Code.\n");
+        return 1;
+    }
+    std::memcpy(state->sik, result, sizeof state->sik);
+    return 0;
+}
+
+// K2 = HMAC-SHA1(SIK, 0x02 x 64); its first 16 bytes are the AES-128 key.
+RMCPP_API int MakeConfidentialityKey(RMCPp_SetupState *state)
+{
+    if (state->req_confidentiality_alg == 0) {
+        std::memset(state->cipher_key, 0, sizeof state->cipher_key);
+        return 0;
+    }
+    if (state->req_confidentiality_alg != 1) {
+        lib_log(3, "Not-supported Confidentiality Algorithm in making key.\n");
+        return 1;
+    }
+    uint32_t result_length = 0;
+    // Only the reported length decides; the result code is not looked at.
+    CalculateAuthCode(state->req_auth_alg, kK2Constant.data(), kK2Constant.size(), state->sik, sizeof state->sik,
+                      state->cipher_key, &result_length);
+    if (result_length != 20) {
+        std::printf("Error : Invalid data length returned in making AES-CBC-128 key.\n");
+        return 1;
+    }
+    return 0;
+}
+
+}  // extern "C"
