@@ -1,10 +1,6 @@
 // The simulator's presence pong and its faults, checked byte for byte with a
 // plain UDP socket (loopback 127.0.0.40).
-#include <arpa/inet.h>
-#include <poll.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <stdexcept>
@@ -12,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "bmcsim.h"
+#include "bmcsim_console.h"
 
 namespace {
 
@@ -22,37 +19,7 @@ using namespace std::chrono_literals;
 
 constexpr const char *kAddress = "127.0.0.40";
 
-// A console-side UDP socket talking to kAddress:port.
-class Console {
-public:
-    explicit Console(uint16_t port = 623)
-    {
-        fd_ = ::socket(AF_INET, SOCK_DGRAM, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_port = htons(port);
-        ::inet_pton(AF_INET, kAddress, &a.sin_addr);
-        if (fd_ < 0 || ::connect(fd_, reinterpret_cast<sockaddr *>(&a), sizeof a) != 0)
-            throw std::runtime_error("console socket");
-    }
-    ~Console() { ::close(fd_); }
-
-    void send(const Bytes &b) { ASSERT_EQ(::send(fd_, b.data(), b.size(), 0), static_cast<ssize_t>(b.size())); }
-
-    std::optional<Bytes> receive(int timeout_ms)
-    {
-        pollfd p{fd_, POLLIN, 0};
-        if (::poll(&p, 1, timeout_ms) <= 0) return std::nullopt;
-        Bytes b(2048);
-        ssize_t n = ::recv(fd_, b.data(), b.size(), 0);
-        if (n < 0) return std::nullopt;
-        b.resize(static_cast<size_t>(n));
-        return b;
-    }
-
-private:
-    int fd_ = -1;
-};
+using simtest::Console;
 
 Bytes ping(uint8_t tag) { return {0x06, 0x00, 0xFF, 0x06, 0x00, 0x00, 0x11, 0xBE, 0x80, tag, 0x00, 0x00}; }
 
@@ -77,7 +44,7 @@ struct Running {
 TEST(BmcsimPing, AnswersWithThe28BytePongCarryingThePingsTag)
 {
     Running r(base());
-    Console console;
+    Console console(kAddress);
     console.send(ping(0x01));
     auto got = console.receive(1000);
     ASSERT_TRUE(got);
@@ -92,7 +59,7 @@ TEST(BmcsimPing, AnswersWithThe28BytePongCarryingThePingsTag)
 TEST(BmcsimPing, RecordsEachPingWithItsBytesAndTime)
 {
     Running r(base());
-    Console console;
+    Console console(kAddress);
     auto before = bmcsim::Clock::now();
     console.send(ping(0x01));
     ASSERT_TRUE(console.receive(1000));
@@ -115,7 +82,7 @@ TEST(BmcsimPing, RecordsEachPingWithItsBytesAndTime)
 TEST(BmcsimPing, IgnoresWhatIsNotAPing)
 {
     Running r(base());
-    Console console;
+    Console console(kAddress);
     Bytes not_ping = ping(0x01);
     not_ping[8] = 0x81;
     console.send(not_ping);
@@ -169,7 +136,7 @@ TEST(BmcsimPing, EachPongFaultChangesExactlyItsField)
     for (int i = 0; i < 6; ++i) cases.push_back({PongFault::TrailingReserved, i, -1, with(good, 22 + i, 0x01)});
 
     Running r(base());
-    Console console;
+    Console console(kAddress);
     for (const auto &c : cases) {
         r.sim.modify([&](bmcsim::Config &cfg) {
             cfg.ping.fault = c.fault;
@@ -188,7 +155,7 @@ TEST(BmcsimPing, SilentSimulatorCountsThePingButDoesNotAnswer)
     auto c = base();
     c.ping.reply.silent = true;
     Running r(c);
-    Console console;
+    Console console(kAddress);
     console.send(ping(0x01));
     EXPECT_FALSE(console.receive(300));
     EXPECT_EQ(r.sim.stats().count(Kind::Ping), 1u);
@@ -200,7 +167,7 @@ TEST(BmcsimPing, LateAnswerArrivesAfterTheDelay)
     auto c = base();
     c.ping.reply.delay_ms = 300;
     Running r(c);
-    Console console;
+    Console console(kAddress);
     auto start = bmcsim::Clock::now();
     console.send(ping(0x01));
     EXPECT_FALSE(console.receive(150));
@@ -215,7 +182,7 @@ TEST(BmcsimPing, LateAnswerDoesNotHoldBackOtherPings)
     auto c = base();
     c.ping.reply.delay_ms = 400;
     Running r(c);
-    Console console;
+    Console console(kAddress);
     console.send(ping(0x01));
     console.send(ping(0x02));
     auto first = console.receive(1000);
@@ -231,7 +198,7 @@ TEST(BmcsimPing, AnswersSeveralTimes)
     auto c = base();
     c.ping.reply.copies = 3;
     Running r(c);
-    Console console;
+    Console console(kAddress);
     console.send(ping(0x05));
     for (int i = 0; i < 3; ++i) {
         auto got = console.receive(1000);
@@ -246,7 +213,7 @@ TEST(BmcsimPing, StrayDatagramsComeBeforeTheAnswer)
     auto c = base();
     c.ping.reply.strays = 2;
     Running r(c);
-    Console console;
+    Console console(kAddress);
     console.send(ping(0x01));
     for (int i = 0; i < 2; ++i) {
         auto got = console.receive(1000);
@@ -275,7 +242,7 @@ TEST(BmcsimPing, IgnoresTheFirstPingsWhenAsked)
     auto c = base();
     c.ping.reply.ignore_first = 2;
     Running r(c);
-    Console console;
+    Console console(kAddress);
     console.send(ping(0x01));
     EXPECT_FALSE(console.receive(200));
     console.send(ping(0x01));
@@ -294,7 +261,7 @@ TEST(BmcsimPing, FaultOnlyOnTheFirstAnswersThenCorrect)
     c.ping.reply.faulty_answers = 1;
     c.ping.reply.then_correct = true;
     Running r(c);
-    Console console;
+    Console console(kAddress);
     console.send(ping(0x01));
     auto got = console.receive(1000);
     ASSERT_TRUE(got);
@@ -329,7 +296,7 @@ TEST(BmcsimPing, StopsAndStartsAgain)
     sim.stop();
     EXPECT_FALSE(sim.running());
     sim.start();
-    Console console;
+    Console console(kAddress);
     console.send(ping(0x01));
     EXPECT_TRUE(console.receive(1000));
 }
@@ -337,7 +304,7 @@ TEST(BmcsimPing, StopsAndStartsAgain)
 TEST(BmcsimProgram, AnswersPingsLogsThemAndStopsOnSigterm)
 {
     bmcsim::ChildProcess child({"--address", kAddress, "--port", "6230"});
-    Console console(6230);
+    Console console(kAddress, 6230);
     console.send(ping(0x01));
     auto got = console.receive(2000);
     ASSERT_TRUE(got);
@@ -353,7 +320,7 @@ TEST(BmcsimProgram, TakesPingFaultsOnTheCommandLine)
 {
     bmcsim::ChildProcess child(
         {"--address", kAddress, "--port", "6231", "--fault", "ping:supported-entities,value=0x01", "--reply", "ping:copies=2"});
-    Console console(6231);
+    Console console(kAddress, 6231);
     console.send(ping(0x01));
     for (int i = 0; i < 2; ++i) {
         auto got = console.receive(2000);

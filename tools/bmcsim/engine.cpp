@@ -92,6 +92,13 @@ std::string hex(const uint8_t *p, size_t n)
     return s;
 }
 
+std::string hex32(uint32_t v)
+{
+    char buf[16];
+    std::snprintf(buf, sizeof buf, "%08x", v);
+    return buf;
+}
+
 void rmcp_header(Bytes &out, uint8_t cls)
 {
     out.push_back(0x06);

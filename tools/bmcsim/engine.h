@@ -103,5 +103,6 @@ private:
 
 std::string hex(const uint8_t *p, size_t n);
 inline std::string hex(const Bytes &b) { return hex(b.data(), b.size()); }
+std::string hex32(uint32_t v);
 
 }  // namespace bmcsim::detail
