@@ -32,6 +32,8 @@ inline Bytes test_sik()
     return b;
 }
 inline Bytes test_k2() { return rakptest::k2_of(test_sik()); }
+// The AES-128 key: the first 16 bytes of K2.
+inline Bytes aes_key(const Bytes &k2 = test_k2()) { return Bytes(k2.begin(), k2.begin() + 16); }
 
 inline uint8_t integrity_of(int suite) { return suite >= 2 ? 1 : 0; }
 inline uint8_t confidentiality_of(int suite) { return suite == 3 ? 1 : 0; }
@@ -91,7 +93,7 @@ inline Bytes confidentiality_payload(const Bytes &k2, const Bytes &iv, const Byt
     Bytes clear = message;
     for (size_t i = 1; i <= pad; ++i) clear.push_back(static_cast<uint8_t>(i));
     clear.push_back(static_cast<uint8_t>(pad));
-    return cat({iv, aes_cbc(Bytes(k2.begin(), k2.begin() + 16), iv, clear, true)});
+    return cat({iv, aes_cbc(aes_key(k2), iv, clear, true)});
 }
 
 // Appends the integrity pad, pad length, next header and the 12-byte code
@@ -160,7 +162,7 @@ inline std::optional<Opened> open_datagram(const Bytes &d, const Bytes &sik = te
     if (o.payload_type & 0x80) {
         if (payload.size() < 32 || payload.size() % 16) return std::nullopt;
         o.iv.assign(payload.begin(), payload.begin() + 16);
-        Bytes clear = aes_cbc(Bytes(k2.begin(), k2.begin() + 16), o.iv, Bytes(payload.begin() + 16, payload.end()),
+        Bytes clear = aes_cbc(aes_key(k2), o.iv, Bytes(payload.begin() + 16, payload.end()),
                               false);
         const size_t pad = clear.back();
         if (pad > 15) return std::nullopt;
