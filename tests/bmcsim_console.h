@@ -10,6 +10,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <optional>
@@ -239,6 +240,115 @@ inline std::optional<Established> establish(Console &c, int suite, const std::st
     e.rakp4 = c.exchange(rakp3_request(3, 0, e.bmc_id, code3));
     if (e.rakp4.size() < 24 || e.rakp4[17] != 0) return std::nullopt;
     return e;
+}
+
+// ------------------------------------------------------------------ sessions
+
+// An IPMI request from rqAddr 0x81 to the BMC at 0x20.
+inline Bytes ipmi_request(uint8_t netfn, uint8_t cmd, const Bytes &data = {}, uint8_t rq_seq = 1)
+{
+    Bytes m{0x20, static_cast<uint8_t>(netfn << 2), 0, 0x81, static_cast<uint8_t>(rq_seq << 2), cmd};
+    m[2] = sum_neg(m, 0, 2);
+    m = cat(m, data);
+    m.push_back(sum_neg(m, 3, m.size()));
+    return m;
+}
+
+// The response the BMC at 0x20 owes that request.
+inline Bytes ipmi_response(uint8_t netfn, uint8_t cmd, uint8_t cc, const Bytes &data = {}, uint8_t rq_seq = 1)
+{
+    Bytes m{0x81, static_cast<uint8_t>((netfn + 1) << 2), 0, 0x20, static_cast<uint8_t>(rq_seq << 2), cmd, cc};
+    m[2] = sum_neg(m, 0, 2);
+    m = cat(m, data);
+    m.push_back(sum_neg(m, 3, m.size()));
+    return m;
+}
+
+inline Bytes first16(const Bytes &k) { return Bytes(k.begin(), k.begin() + 16); }
+
+// A whole RMCP+ session datagram: payload type bits 0x40 (authenticated)
+// and 0x80 (encrypted), the integrity trailer keyed with the SIK and the
+// confidentiality payload keyed with the first 16 bytes of K2.
+inline Bytes session_packet(const Established &e, uint8_t bits, uint32_t seq, const Bytes &message,
+                            const Bytes &iv = Bytes(16, 0x5C), uint32_t session_id = 0)
+{
+    Bytes payload = message;
+    if (bits & 0x80) {
+        size_t p = (16 - (message.size() + 1) % 16) % 16;
+        Bytes plain = message;
+        for (size_t i = 1; i <= p; ++i) plain.push_back(static_cast<uint8_t>(i));
+        plain.push_back(static_cast<uint8_t>(p));
+        payload = cat(iv, aes_cbc(first16(e.k2), iv, plain, true));
+    }
+    Bytes b = rmcp_ipmi();
+    b.push_back(0x06);
+    b.push_back(bits);
+    le32(b, session_id ? session_id : e.bmc_id);
+    le32(b, seq);
+    b.push_back(static_cast<uint8_t>(payload.size()));
+    b.push_back(static_cast<uint8_t>(payload.size() >> 8));
+    b = cat(b, payload);
+    if (bits & 0x40) {
+        size_t q = (4 - (12 + payload.size() + 2) % 4) % 4;
+        b.insert(b.end(), q, 0xFF);
+        b.push_back(static_cast<uint8_t>(q));
+        b.push_back(0x07);
+        Bytes code = hmac_sha1(e.sik, Bytes(b.begin() + 4, b.end()));
+        b.insert(b.end(), code.begin(), code.begin() + 12);
+    }
+    return b;
+}
+
+// A session datagram from the BMC taken apart and checked here.
+struct Opened {
+    uint8_t bits = 0;
+    uint32_t session_id = 0, seq = 0;
+    uint16_t length = 0;
+    bool code_ok = false;            // integrity code as computed here
+    Bytes trailer;                   // pad, pad length, next header (authenticated)
+    Bytes plain;                     // the decrypted confidentiality payload after the IV
+    Bytes message;                   // the IPMI message, when the pad is right
+};
+
+inline Opened open_packet(const Established &e, const Bytes &d)
+{
+    Opened o;
+    if (d.size() < 16) return o;
+    o.bits = d[5];
+    o.session_id = get_le32(d, 6);
+    o.seq = get_le32(d, 10);
+    o.length = static_cast<uint16_t>(d[14] | (d[15] << 8));
+    size_t end = 16 + o.length;
+    if (end > d.size()) return o;
+    Bytes payload(d.begin() + 16, d.begin() + static_cast<long>(end));
+    if (o.bits & 0x40) {
+        if (d.size() < end + 14) return o;
+        o.trailer.assign(d.begin() + static_cast<long>(end), d.end() - 12);
+        Bytes code = hmac_sha1(e.sik, Bytes(d.begin() + 4, d.end() - 12));
+        o.code_ok = std::equal(code.begin(), code.begin() + 12, d.end() - 12);
+    } else if (d.size() != end) {
+        return o;
+    }
+    if (o.bits & 0x80) {
+        if (payload.size() < 32 || payload.size() % 16 != 0) return o;
+        Bytes iv(payload.begin(), payload.begin() + 16);
+        o.plain = aes_cbc(first16(e.k2), iv, Bytes(payload.begin() + 16, payload.end()), false);
+        uint8_t p = o.plain.back();
+        if (p > 15) return o;
+        size_t n = o.plain.size() - p - 1;
+        for (size_t i = 0; i < p; ++i)
+            if (o.plain[n + i] != i + 1) return o;
+        o.message.assign(o.plain.begin(), o.plain.begin() + static_cast<long>(n));
+    } else {
+        o.message = payload;
+    }
+    return o;
+}
+
+// The payload type bits a suite's packets carry.
+inline uint8_t suite_bits(int suite)
+{
+    return static_cast<uint8_t>((suite >= 2 ? 0x40 : 0) | (suite == 3 ? 0x80 : 0));
 }
 
 }  // namespace simtest

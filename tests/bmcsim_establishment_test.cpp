@@ -64,7 +64,9 @@ TEST(BmcsimOpenSession, AnswersWithItsSessionIdGrantedPrivilegeAndTheProposedAlg
         auto alg = simtest::kSuites[static_cast<size_t>(suite)];
         Bytes got = console.exchange(simtest::open_session_request(1, 4, kConsoleId + suite, alg[0], alg[1], alg[2]));
         uint32_t bmc = got.size() >= 28 ? simtest::get_le32(got, 24) : 0;
-        if (suite == 0) EXPECT_EQ(bmc, kBmcId);
+        if (suite == 0) {
+            EXPECT_EQ(bmc, kBmcId);
+        }
         EXPECT_EQ(got, open_response(1, 0, 4, kConsoleId + suite, bmc, suite)) << "suite " << suite;
         EXPECT_EQ(got.size(), 52u);
     }

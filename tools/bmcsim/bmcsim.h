@@ -186,6 +186,12 @@ struct SessionBehaviour {
     int value = -1;
     uint32_t outbound_sequence_start = 1;  // first number of each outbound counter
     int bridge_delay_ms = 20;               // delay of a bridged response
+    // Inbound numbers more than 16 above the highest seen are refused; when
+    // false, any number above it is taken (repeats and old ones still not).
+    bool strict_inbound_window = true;
+    // Session packets must carry the negotiated protection; when false any
+    // valid protection is taken (and mirrored in the answer).
+    bool require_negotiated_protection = true;
 };
 
 // ------------------------------------------------------------------ config
@@ -242,6 +248,19 @@ struct Datagram {
     Bytes message;  // session packets: the IPMI message in clear, if it could be read
 };
 
+// A session as the simulator holds it (keys for known-answer checks).
+struct SessionInfo {
+    uint32_t console_id = 0, bmc_id = 0;
+    uint8_t auth_alg = 0, integrity_alg = 0, confidentiality_alg = 0;
+    uint8_t role = 0;
+    std::string user_name;
+    std::array<uint8_t, 16> rm{}, rc{};
+    std::array<uint8_t, 20> sik{}, k2{};
+    bool active = false;
+    uint32_t next_out_auth = 0, next_out_unauth = 0;  // next outbound numbers
+    uint32_t in_auth_highest = 0, in_unauth_highest = 0;
+};
+
 struct Stats {
     std::array<size_t, kKinds> received{};
     std::vector<Datagram> datagrams;   // every datagram received, in order
@@ -249,6 +268,8 @@ struct Stats {
     std::vector<std::string> events;   // the log lines, in order
     size_t sessions_established = 0;
     size_t sessions_closed = 0;
+    std::vector<SessionInfo> sessions;  // open or being opened, by managed system session ID
+    size_t rejected_packets = 0;        // session packets refused by a check
 
     size_t count(Kind kind) const { return received[static_cast<size_t>(kind)]; }
     std::vector<Clock::time_point> times(Kind kind) const;

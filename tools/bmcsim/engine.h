@@ -9,6 +9,7 @@
 #include <string>
 
 #include "bmcsim.h"
+#include "ipmi.h"
 
 namespace bmcsim::detail {
 
@@ -61,6 +62,8 @@ public:
 
     size_t established() const { return established_; }
     size_t closed() const { return closed_; }
+    size_t rejected() const { return rejected_; }
+    std::vector<SessionInfo> sessions() const;
 
 private:
     // ping.cpp
@@ -74,6 +77,15 @@ private:
     void rakp3(const Bytes &d, const Config &c, Outcome &o);
     // session.cpp
     void session_packet(const Bytes &d, const Config &c, Outcome &o);
+    Bytes session_datagram(Session &s, const Bytes &message, uint8_t bits, const SessionBehaviour &b, bool faulty);
+    // commands.cpp
+    struct CommandResult {
+        Bytes response;
+        std::optional<Bytes> bridged;  // sent later as its own message
+        bool close = false;            // close the session after answering
+    };
+    CommandResult command(const Session &s, const IpmiRequest &rq);
+    bool power_on_ = true;
 
     // Counts the request; false when it is to stay unanswered.
     bool admit(Kind kind, const Reply &reply);
@@ -94,7 +106,7 @@ private:
     std::map<uint32_t, Session> sessions_;  // by managed system session ID
     uint32_t next_id_ = 0x0B0C0001;
     uint64_t random_counter_ = 0;
-    size_t established_ = 0, closed_ = 0;
+    size_t established_ = 0, closed_ = 0, rejected_ = 0;
 
     friend struct SessionOps;
     std::array<uint8_t, 16> random16();

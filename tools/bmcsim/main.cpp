@@ -2,6 +2,7 @@
 // standard output and stops on SIGINT or SIGTERM.
 #include <signal.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -39,6 +40,9 @@ A simulated IPMI v2.0 baseboard management controller on UDP.
   --session-id N     a fixed managed system session ID
   --seq-start N      first outbound session sequence number (default 1)
   --bridge-delay MS  delay of a bridged response (default 20)
+  --lenient-window   take inbound sequence numbers any distance ahead
+  --any-protection   take session packets with any valid protection, not
+                     only the negotiated one
   --caps SETTINGS    channel capabilities, comma-separated: kg-set=0|1,
                      per-message-auth-disabled, user-auth-disabled,
                      no-v20-extended, no-v20-connections, completion-code=N,
@@ -302,11 +306,16 @@ void read_config(Config &c, const std::string &path, bool &help)
     }
 }
 
-bool takes_value(const std::string &option) { return option != "--help"; }
+bool takes_value(const std::string &option)
+{
+    return option != "--help" && option != "--lenient-window" && option != "--any-protection";
+}
 
 void apply(Config &c, const std::string &option, const std::string &value, bool &help)
 {
     if (option == "--help") help = true;
+    else if (option == "--lenient-window") c.session.strict_inbound_window = false;
+    else if (option == "--any-protection") c.session.require_negotiated_protection = false;
     else if (option == "--address") c.address = value;
     else if (option == "--port") c.port = static_cast<uint16_t>(number(value, "port"));
     else if (option == "--config") read_config(c, value, help);
@@ -332,11 +341,13 @@ void apply(Config &c, const std::string &option, const std::string &value, bool 
 
 void print(const std::string &line)
 {
-    timespec ts{};
-    clock_gettime(CLOCK_REALTIME, &ts);
+    auto now = std::chrono::system_clock::now();
+    std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+    long ms = static_cast<long>(
+        std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000);
     tm t{};
-    localtime_r(&ts.tv_sec, &t);
-    std::printf("%02d:%02d:%02d.%03ld %s\n", t.tm_hour, t.tm_min, t.tm_sec, ts.tv_nsec / 1000000, line.c_str());
+    localtime_r(&seconds, &t);
+    std::printf("%02d:%02d:%02d.%03ld %s\n", t.tm_hour, t.tm_min, t.tm_sec, ms, line.c_str());
     std::fflush(stdout);
 }
 

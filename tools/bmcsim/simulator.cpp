@@ -122,6 +122,8 @@ struct Simulator::Impl {
             stats.datagrams.push_back({o.kind, at, datagram, o.message});
             stats.sessions_established = engine.established();
             stats.sessions_closed = engine.closed();
+            stats.sessions = engine.sessions();
+            stats.rejected_packets = engine.rejected();
         }
         cv.notify_all();
         for (auto &out : o.out)
