@@ -1,6 +1,7 @@
 // rmcpp: an IPMI v2.0 / RMCP+ command-line tool over librmcpp.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <functional>
@@ -72,7 +73,13 @@ std::string sentence(std::string text)
 int fail(const std::string &what, int code)
 {
     std::string meaning = rmcpp_result_text(code);
-    if (code == RMCPP_ERR_STATUS) {
+    const auto logged = [](const char *text) { return std::find(g_log.begin(), g_log.end(), text) != g_log.end(); };
+    if (code == RMCPP_ERR_STATUS && logged("Received Key of RAKP Message 2 is invalid.\n\n")) {
+        meaning = "the key exchange code in RAKP 2 did not match: wrong password (or Kg); the session was refused";
+    } else if (code == RMCPP_ERR_HEADER && logged("Received Key of RAKP Message 4 is invalid.\n\n")) {
+        meaning = "the integrity check value in RAKP 4 did not match: the two sides derived different session "
+                  "keys (wrong Kg?)";
+    } else if (code == RMCPP_ERR_STATUS) {
         if (const auto status = last_status_code()) {
             char text[160];
             std::snprintf(text, sizeof text, "the BMC answered with RMCP+ status 0x%02X, %s", status->first,
