@@ -25,6 +25,11 @@ RMCPP_API int CheckSelfTypes(void)
 
 namespace {
 
+bool known_response_type(uint8_t response_type)
+{
+    return response_type == 0x00 || response_type == 0x10 || response_type == 0x12 || response_type == 0x14;
+}
+
 // Hands one received datagram (after its RMCP header) to the checker of
 // the awaited response type.
 int check_response(RMCPp_SetupState *state, uint8_t response_type, const uint8_t *data, uint32_t *length,
@@ -34,10 +39,7 @@ int check_response(RMCPp_SetupState *state, uint8_t response_type, const uint8_t
     case 0x00: return Check_IPMIv15_NonAuth(state, data, length, expected, used);
     case 0x10: return Check_OpenSessResponse(state, data, *length, tag, used);
     case 0x12: return Check_RAKPMessage2(state, data, *length, tag, used, rakp_status);
-    case 0x14: return Check_RAKPMessage4(state, data, *length, tag, used, rakp_status);
-    default:
-        lib_log(3, "Undefined Response Type.\n");
-        return 69;
+    default: return Check_RAKPMessage4(state, data, *length, tag, used, rakp_status);
     }
 }
 
@@ -76,6 +78,12 @@ RMCPP_API int RetryRoutine_RAKP(RMCPp_SetupState *state, uint8_t *request, uint3
                 continue;
             }
             *payload_offset += used;
+            // An unknown type ends the routine with 69 at once; only a
+            // checker's 69 means "not this datagram, keep waiting".
+            if (!known_response_type(response_type)) {
+                lib_log(3, "Undefined Response Type.\n");
+                return 69;
+            }
             used = 0;
             const int checked = check_response(state, response_type, response + *payload_offset, response_length,
                                                expected, tag, &used, rakp_status);

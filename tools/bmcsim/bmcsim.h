@@ -1,0 +1,346 @@
+// bmcsim: the managed-system side of IPMI v2.0 over LAN, for tests.
+//
+// A Simulator listens on one UDP address and answers as a baseboard
+// management controller would: the ASF presence ping, Get Channel
+// Authentication Capabilities over an unauthenticated IPMI v1.5 session,
+// Open Session, RAKP 1 to 4, and RMCP+ session packets carrying IPMI
+// commands. Every answer can be withheld, delayed, repeated, preceded by
+// stray datagrams or made wrong in one chosen field, so tests can drive the
+// console side through each of its rejection paths. It computes its keys
+// and codes itself with OpenSSL, independently of the library it checks.
+#pragma once
+
+#include <sys/types.h>
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace bmcsim {
+
+using Bytes = std::vector<uint8_t>;
+using Clock = std::chrono::steady_clock;
+
+// ------------------------------------------------------------------ answers
+
+// What is sent before the real answer when Reply::strays is non-zero.
+enum class StrayKind {
+    Garbage,        // a short datagram that is not RMCP at all
+    BadRmcpHeader,  // the real answer with RMCP version 0x05
+    OtherClass,     // the real answer with RMCP class 0x08
+};
+
+// How one kind of request is answered, whatever the answer says.
+struct Reply {
+    int ignore_first = 0;       // leave this many requests unanswered first
+    bool silent = false;        // never answer
+    int delay_ms = 0;           // send each answer this late
+    int copies = 1;             // send each answer this many times
+    int strays = 0;             // stray datagrams sent before each answer
+    StrayKind stray_kind = StrayKind::Garbage;
+    int faulty_answers = -1;    // answers that carry the fault (-1: every one)
+    bool then_correct = false;  // follow each faulty answer with the correct one
+};
+
+// ------------------------------------------------------------------ ping
+
+// One wrong field in the Presence Pong. `value` (when >= 0) is the byte or
+// number written instead of the correct one; otherwise a default wrong value
+// is used (the correct byte XOR 1, tag + 1, IANA 4543, OEM 1, ...).
+enum class PongFault {
+    None,
+    TooShort,               // 27 bytes
+    Length29,               // one extra byte
+    Length40,               // twelve extra bytes
+    RmcpVersion,
+    RmcpReserved,
+    RmcpSequence,
+    RmcpClass,
+    Iana,                   // offset 4
+    MessageType,
+    MessageTag,
+    AsfReserved,
+    DataLength,
+    SecondIana,             // offset 12
+    Oem,                    // offset 16
+    SupportedEntities,      // offset 20
+    SupportedInteractions,  // offset 21
+    TrailingReserved,       // offset 22 + index (index 0..5)
+};
+
+struct PingBehaviour {
+    Reply reply;
+    PongFault fault = PongFault::None;
+    int index = 0;
+    int value = -1;
+};
+
+// ------------------------------------------------------------------ channel
+
+// One wrong field in the Get Channel Authentication Capabilities response.
+// Header field faults recompute the checksums so only that field is wrong;
+// the checksum faults break only the checksum.
+enum class CapsFault {
+    None,
+    RmcpVersion,
+    RmcpReserved,
+    RmcpSequence,
+    RmcpClass,
+    AuthType,         // v1.5 session authentication type not 0
+    SessionSequence,  // v1.5 session sequence number not 0
+    SessionId,        // v1.5 session ID not 0
+    MessageLength,    // message length byte (value, default: one more)
+    Checksum1,
+    Checksum2,
+    RqAddr,
+    NetFn,
+    RqLun,
+    RsAddr,
+    RqSeq,
+    RsLun,
+    Command,
+};
+
+struct CapabilitiesBehaviour {
+    Reply reply;
+    CapsFault fault = CapsFault::None;
+    int value = -1;
+    uint8_t completion_code = 0;
+    int data_length = 8;                  // data bytes after the completion code
+    std::optional<bool> kg_set;           // default: Config::kg has a non-zero byte
+    bool per_message_auth_disabled = false;
+    bool user_auth_disabled = false;
+    bool ipmi20_extended = true;          // byte 2 bit 7
+    bool ipmi20_connections = true;       // byte 4 bit 1
+    uint8_t channel = 1;
+};
+
+// ------------------------------------------------------------------ establishment
+
+// One wrong field in an Open Session Response, RAKP 2 or RAKP 4. Offsets of
+// `index` count from the start of the RMCP+ payload unless said otherwise.
+enum class EstFault {
+    None,
+    RmcpVersion,
+    RmcpReserved,
+    RmcpSequence,
+    RmcpClass,
+    AuthFormat,           // authentication type byte not 0x06
+    PayloadType,          // whole payload type byte = value (default: the next type)
+    AuthenticatedBit,     // payload type | 0x40
+    EncryptedBit,         // payload type | 0x80
+    SessionId,            // session ID in the header = value (default 1)
+    SequenceNumber,       // sequence number in the header = value (default 1)
+    LengthField,          // header payload length off by value (default +1)
+    PayloadLength,        // payload cut or zero-extended to value bytes
+    Tag,                  // message tag = value (default tag + 1)
+    Status,               // RMCP+ status code = value (default 0x12)
+    Reserved,             // reserved byte number index (0-based) = value (default 1)
+    ConsoleSessionId,     // remote console session ID + 1
+    PayloadByte,          // payload byte index = value
+    GrantedPrivilege,     // Open Session: granted privilege = value
+    AuthAlgorithm,        // Open Session: accepted algorithms = value
+    IntegrityAlgorithm,
+    ConfidentialityAlgorithm,
+    KeyExchangeCode,      // RAKP 2: code byte index (default 19) XOR 1
+    IntegrityCheckValue,  // RAKP 4: ICV byte index (default 11) XOR 1
+};
+
+struct EstablishmentBehaviour {
+    Reply reply;
+    EstFault fault = EstFault::None;
+    int index = -1;
+    int value = -1;
+};
+
+// ------------------------------------------------------------------ session
+
+// One fault in RMCP+ session responses (drop, duplicate and delay are
+// Reply's silent, copies and delay_ms).
+enum class SessionFault {
+    None,
+    Reorder,                  // hold this answer and send it after the next one
+    Replay,                   // send the previous answer again before this one
+    WrongSessionId,           // console session ID + 1, valid integrity code
+    BadIntegrity,             // authentication code byte index (default 11) XOR 1
+    BadIntegrityPad,          // an integrity pad byte not 0xFF (needs a pad)
+    BadIntegrityPadLength,
+    BadNextHeader,
+    BadConfidentialityPad,    // pad byte wrong (needs a pad)
+    BadConfidentialityPadLength,  // pad length value (default 16)
+    BadConfidentialityPayloadLength,  // payload length not a multiple of 16 (one byte more)
+    ShortConfidentialityPayload,      // payload of 16 bytes: an IV only
+    OtherProtection,          // payload type bits = value << 6 (default: flip both)
+    CompletionCode,           // completion code = value (default 0xC1)
+};
+
+struct SessionBehaviour {
+    Reply reply;
+    SessionFault fault = SessionFault::None;
+    int index = -1;
+    int value = -1;
+    uint32_t outbound_sequence_start = 1;  // first number of each outbound counter
+    int bridge_delay_ms = 20;               // delay of a bridged response
+    // Inbound numbers more than 16 above the highest seen are refused; when
+    // false, any number above it is taken (repeats and old ones still not).
+    bool strict_inbound_window = true;
+    // Session packets must carry the negotiated protection; when false any
+    // valid protection is taken (and mirrored in the answer).
+    bool require_negotiated_protection = true;
+};
+
+// ------------------------------------------------------------------ config
+
+struct User {
+    std::string name;      // up to 16 bytes; empty for the anonymous user
+    std::string password;  // up to 20 bytes
+    uint8_t max_privilege = 4;
+    bool enabled = true;
+};
+
+struct Config {
+    std::string address = "127.0.0.1";
+    uint16_t port = 623;
+
+    PingBehaviour ping;
+    CapabilitiesBehaviour capabilities;
+
+    std::vector<User> users;
+    Bytes kg;                                   // BMC key; all zero or empty: not set
+    std::array<uint8_t, 16> guid{0xA1, 0xB2, 0xC3, 0xD4, 0x10, 0x20, 0x30, 0x40,
+                                 0x50, 0x60, 0x70, 0x80, 0x90, 0xA0, 0xB0, 0xC0};
+    std::vector<int> cipher_suites{0, 1, 2, 3};  // suites accepted in Open Session
+    uint8_t channel_max_privilege = 4;          // granted when 0 is asked
+    int max_sessions = 16;
+    uint32_t bmc_session_id = 0;                // 0: a fresh one per Open Session
+    std::optional<std::array<uint8_t, 16>> rc;  // fixed BMC random number
+
+    EstablishmentBehaviour open_session;
+    EstablishmentBehaviour rakp2;
+    EstablishmentBehaviour rakp4;
+
+    SessionBehaviour session;
+};
+
+// ------------------------------------------------------------------ stats
+
+enum class Kind {
+    Ping,
+    Capabilities,
+    OpenSession,
+    Rakp1,
+    Rakp3,
+    SessionPacket,  // an RMCP+ packet of an established session
+    Other,          // anything not recognised
+};
+constexpr size_t kKinds = 7;
+const char *kind_name(Kind kind);
+
+struct Datagram {
+    Kind kind;
+    Clock::time_point at;
+    Bytes bytes;    // the datagram as received or sent
+    Bytes message;  // session packets: the IPMI message in clear, if it could be read
+};
+
+// A session as the simulator holds it (keys for known-answer checks).
+struct SessionInfo {
+    uint32_t console_id = 0, bmc_id = 0;
+    uint8_t auth_alg = 0, integrity_alg = 0, confidentiality_alg = 0;
+    uint8_t role = 0;
+    std::string user_name;
+    std::array<uint8_t, 16> rm{}, rc{};
+    std::array<uint8_t, 20> sik{}, k2{};
+    bool active = false;
+    uint32_t next_out_auth = 0, next_out_unauth = 0;  // next outbound numbers
+    uint32_t in_auth_highest = 0, in_unauth_highest = 0;
+};
+
+struct Stats {
+    std::array<size_t, kKinds> received{};
+    std::vector<Datagram> datagrams;   // every datagram received, in order
+    std::vector<Datagram> sent;        // every datagram sent, in order (kind: what it answers)
+    std::vector<std::string> events;   // the log lines, in order
+    size_t sessions_established = 0;
+    size_t sessions_closed = 0;
+    std::vector<SessionInfo> sessions;  // open or being opened, by managed system session ID
+    size_t rejected_packets = 0;        // session packets refused by a check
+
+    size_t count(Kind kind) const { return received[static_cast<size_t>(kind)]; }
+    std::vector<Clock::time_point> times(Kind kind) const;
+    std::vector<Bytes> of(Kind kind) const;
+    // Clear IPMI messages of the session packets received.
+    std::vector<Bytes> messages() const;
+    bool logged(const std::string &text) const;  // some event contains text
+};
+
+// ------------------------------------------------------------------ simulator
+
+class Simulator {
+public:
+    explicit Simulator(Config config);
+    ~Simulator();
+    Simulator(const Simulator &) = delete;
+    Simulator &operator=(const Simulator &) = delete;
+
+    // Binds the UDP socket and serves on a background thread; throws
+    // std::runtime_error naming the address if the socket cannot be bound.
+    void start();
+    void stop();
+    bool running() const;
+
+    // Replace the behaviour while running (address and port stay). Request
+    // counters used by Reply::ignore_first and faulty_answers restart.
+    void update(Config config);
+    void modify(const std::function<void(Config &)> &change);
+    Config config() const;
+
+    Stats stats() const;
+    void clear_stats();
+    // Waits until `count` datagrams of `kind` have been received.
+    bool wait_for(Kind kind, size_t count, std::chrono::milliseconds timeout) const;
+
+    // Called with every log line (from the server thread).
+    void on_log(std::function<void(const std::string &)> sink);
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+// ------------------------------------------------------------------ program
+
+// Runs the rmcpp-bmcsim program as a child process. The constructor returns
+// once the program has said it is listening (or throws); the destructor
+// stops it with SIGTERM (SIGKILL if it does not end within two seconds).
+class ChildProcess {
+public:
+    explicit ChildProcess(std::vector<std::string> arguments,
+                          std::chrono::milliseconds ready_timeout = std::chrono::seconds(5),
+                          std::string program = default_program());
+    ~ChildProcess();
+    ChildProcess(const ChildProcess &) = delete;
+    ChildProcess &operator=(const ChildProcess &) = delete;
+
+    pid_t pid() const { return pid_; }
+    // Sends SIGTERM and waits; returns the exit status as waitpid gives it.
+    int stop();
+    // Lines the program has printed so far.
+    std::vector<std::string> output() const;
+    bool wait_for_output(const std::string &text, std::chrono::milliseconds timeout) const;
+
+    static std::string default_program();
+
+private:
+    struct Reader;
+    pid_t pid_ = -1;
+    int status_ = -1;
+    std::unique_ptr<Reader> reader_;
+};
+
+}  // namespace bmcsim

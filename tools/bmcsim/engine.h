@@ -1,0 +1,120 @@
+// The simulator's protocol engine: turns one received datagram into the
+// datagrams to send back, with no sockets or threads of its own.
+#pragma once
+
+#include <array>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "bmcsim.h"
+#include "ipmi.h"
+
+namespace bmcsim::detail {
+
+struct Outgoing {
+    int delay_ms = 0;
+    Bytes bytes;
+};
+
+struct Outcome {
+    Kind kind = Kind::Other;
+    Bytes message;  // session packets: the clear IPMI message
+    std::vector<Outgoing> out;
+};
+
+// One RMCP+ session, from Open Session to Close Session.
+struct Session {
+    uint32_t console_id = 0;
+    uint32_t bmc_id = 0;
+    uint8_t auth_alg = 0, integrity_alg = 0, confidentiality_alg = 0;
+    uint8_t max_privilege = 0;  // granted in Open Session
+    uint8_t role = 0;           // RAKP 1 role byte
+    std::string user_name;
+    Bytes password;             // zero-padded to 20
+    std::array<uint8_t, 16> rm{}, rc{};
+    std::array<uint8_t, 20> sik{}, k2{};
+    bool active = false;        // RAKP 4 sent with status 0
+
+    // Inbound windows: highest accepted number and the 32 numbers below it.
+    struct Window {
+        uint32_t highest = 0;
+        uint32_t seen = 0;  // bit i: highest - 1 - i accepted
+    } in_auth, in_unauth;
+    uint32_t out_auth = 1, out_unauth = 1;
+
+    std::optional<Bytes> held;  // a reordered answer waiting for the next one
+    std::optional<Bytes> last;  // the last answer sent, for replays
+};
+
+// Writes an RMCP header of class `cls`.
+void rmcp_header(Bytes &out, uint8_t cls);
+class Engine {
+public:
+    using Log = std::function<void(const std::string &)>;
+
+    explicit Engine(Log log) : log_(std::move(log)) {}
+
+    Outcome handle(const Bytes &datagram, const Config &config);
+    // Restarts the per-kind request counters (after a configuration change).
+    void reset_counters();
+
+    size_t established() const { return established_; }
+    size_t closed() const { return closed_; }
+    size_t rejected() const { return rejected_; }
+    std::vector<SessionInfo> sessions() const;
+
+private:
+    // ping.cpp
+    void presence_ping(const Bytes &d, const Config &c, Outcome &o);
+    // capabilities.cpp
+    void channel_capabilities(const Bytes &d, const Config &c, Outcome &o);
+    // open_session.cpp
+    void open_session(const Bytes &d, const Config &c, Outcome &o);
+    // rakp.cpp
+    void rakp1(const Bytes &d, const Config &c, Outcome &o);
+    void rakp3(const Bytes &d, const Config &c, Outcome &o);
+    // session.cpp
+    void session_packet(const Bytes &d, const Config &c, Outcome &o);
+    Bytes session_datagram(Session &s, const Bytes &message, uint8_t bits, const SessionBehaviour &b, bool faulty);
+    // commands.cpp
+    struct CommandResult {
+        Bytes response;
+        std::optional<Bytes> bridged;  // sent later as its own message
+        bool close = false;            // close the session after answering
+    };
+    CommandResult command(const Session &s, const IpmiRequest &rq);
+    bool power_on_ = true;
+
+    // Counts the request; false when it is to stay unanswered.
+    bool admit(Kind kind, const Reply &reply);
+    // True when this answer is to carry the configured fault.
+    bool take_fault(Kind kind, const Reply &reply);
+    // Queues strays, the answer (copies times) and, after a faulty answer,
+    // the correct one when asked.
+    void emit(const Reply &reply, const Bytes &answer, const Bytes *correct_after, Outcome &o);
+    // take_fault + fault applied to a copy of `correct` + emit.
+    void answer(Kind kind, const Reply &reply, const Bytes &correct, bool configured,
+                const std::function<void(Bytes &)> &fault, Outcome &o);
+
+    void log(const std::string &line) { if (log_) log_(line); }
+
+    Log log_;
+    std::array<int, kKinds> requests_{};
+    std::array<int, kKinds> faulted_{};
+    std::map<uint32_t, Session> sessions_;  // by managed system session ID
+    uint32_t next_id_ = 0x0B0C0001;
+    uint64_t random_counter_ = 0;
+    size_t established_ = 0, closed_ = 0, rejected_ = 0;
+
+    friend struct SessionOps;
+    std::array<uint8_t, 16> random16();
+    uint32_t new_session_id(const Config &c);
+};
+
+std::string hex(const uint8_t *p, size_t n);
+inline std::string hex(const Bytes &b) { return hex(b.data(), b.size()); }
+std::string hex32(uint32_t v);
+
+}  // namespace bmcsim::detail

@@ -1,0 +1,265 @@
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+
+#include "engine.h"
+
+namespace bmcsim {
+
+std::vector<Clock::time_point> Stats::times(Kind kind) const
+{
+    std::vector<Clock::time_point> t;
+    for (const auto &d : datagrams)
+        if (d.kind == kind) t.push_back(d.at);
+    return t;
+}
+
+std::vector<Bytes> Stats::of(Kind kind) const
+{
+    std::vector<Bytes> b;
+    for (const auto &d : datagrams)
+        if (d.kind == kind) b.push_back(d.bytes);
+    return b;
+}
+
+std::vector<Bytes> Stats::messages() const
+{
+    std::vector<Bytes> b;
+    for (const auto &d : datagrams)
+        if (d.kind == Kind::SessionPacket && !d.message.empty()) b.push_back(d.message);
+    return b;
+}
+
+bool Stats::logged(const std::string &text) const
+{
+    return std::any_of(events.begin(), events.end(),
+                       [&](const std::string &e) { return e.find(text) != std::string::npos; });
+}
+
+struct Simulator::Impl {
+    struct Pending {
+        Clock::time_point due;
+        uint64_t order;
+        Kind kind;
+        Bytes bytes;
+        sockaddr_in to;
+    };
+
+    explicit Impl(Config c) : config(std::move(c)), engine([this](const std::string &l) { event(l); }) {}
+
+    void event(const std::string &line)
+    {
+        std::function<void(const std::string &)> s;
+        {
+            std::lock_guard<std::mutex> g(mu);
+            stats.events.push_back(line);
+            s = sink;
+        }
+        if (s) s(line);
+    }
+
+    void serve()
+    {
+        std::vector<uint8_t> buf(65536);
+        while (!quit.load()) {
+            int wait_ms = -1;
+            auto now = Clock::now();
+            if (!pending.empty()) {
+                auto first = std::min_element(pending.begin(), pending.end(), earlier);
+                auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(first->due - now).count();
+                wait_ms = ms < 0 ? 0 : static_cast<int>(ms) + 1;
+            }
+            pollfd p[2] = {{fd, POLLIN, 0}, {wake, POLLIN, 0}};
+            int n = ::poll(p, 2, wait_ms);
+            if (n < 0 && errno != EINTR) break;
+            if (n > 0 && (p[1].revents & POLLIN)) {
+                uint64_t v;
+                if (::read(wake, &v, sizeof v) < 0) { /* nothing to drain */ }
+            }
+            if (n > 0 && (p[0].revents & POLLIN)) receive(buf);
+            flush_due();
+        }
+    }
+
+    static bool earlier(const Pending &a, const Pending &b)
+    {
+        return a.due != b.due ? a.due < b.due : a.order < b.order;
+    }
+
+    void receive(std::vector<uint8_t> &buf)
+    {
+        sockaddr_in from{};
+        socklen_t len = sizeof from;
+        ssize_t n = ::recvfrom(fd, buf.data(), buf.size(), 0, reinterpret_cast<sockaddr *>(&from), &len);
+        if (n < 0) return;
+        Bytes datagram(buf.begin(), buf.begin() + n);
+        auto at = Clock::now();
+        Config c;
+        {
+            std::lock_guard<std::mutex> g(mu);
+            c = config;
+            if (reset) {
+                engine.reset_counters();
+                reset = false;
+            }
+        }
+        detail::Outcome o = engine.handle(datagram, c);
+        {
+            std::lock_guard<std::mutex> g(mu);
+            stats.received[static_cast<size_t>(o.kind)]++;
+            stats.datagrams.push_back({o.kind, at, datagram, o.message});
+            stats.sessions_established = engine.established();
+            stats.sessions_closed = engine.closed();
+            stats.sessions = engine.sessions();
+            stats.rejected_packets = engine.rejected();
+        }
+        cv.notify_all();
+        for (auto &out : o.out)
+            pending.push_back({at + std::chrono::milliseconds(out.delay_ms), seq++, o.kind, std::move(out.bytes), from});
+    }
+
+    void flush_due()
+    {
+        std::sort(pending.begin(), pending.end(), earlier);
+        auto now = Clock::now();
+        size_t done = 0;
+        for (; done < pending.size() && pending[done].due <= now; ++done) {
+            const Pending &p = pending[done];
+            {
+                // Recorded first, so a test that has the answer also sees it here.
+                std::lock_guard<std::mutex> g(mu);
+                stats.sent.push_back({p.kind, now, p.bytes, {}});
+            }
+            ::sendto(fd, p.bytes.data(), p.bytes.size(), 0, reinterpret_cast<const sockaddr *>(&p.to), sizeof p.to);
+        }
+        pending.erase(pending.begin(), pending.begin() + static_cast<long>(done));
+    }
+
+    mutable std::mutex mu;
+    mutable std::condition_variable cv;
+    Config config;
+    bool reset = false;
+    Stats stats;
+    std::function<void(const std::string &)> sink;
+
+    detail::Engine engine;  // server thread only
+    std::vector<Pending> pending;
+    uint64_t seq = 0;
+
+    int fd = -1, wake = -1;
+    std::atomic<bool> quit{false};
+    std::thread thread;
+};
+
+Simulator::Simulator(Config config) : impl_(std::make_unique<Impl>(std::move(config))) {}
+
+Simulator::~Simulator() { stop(); }
+
+void Simulator::start()
+{
+    if (impl_->thread.joinable()) return;
+    Config c = config();
+    std::string where = c.address + ":" + std::to_string(c.port);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_port = htons(c.port);
+    if (::inet_pton(AF_INET, c.address.c_str(), &a.sin_addr) != 1)
+        throw std::runtime_error("bmcsim: not an IPv4 address: " + c.address);
+    int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) throw std::runtime_error("bmcsim: cannot create a UDP socket: " + std::string(std::strerror(errno)));
+    if (::bind(fd, reinterpret_cast<sockaddr *>(&a), sizeof a) != 0) {
+        int e = errno;
+        ::close(fd);
+        throw std::runtime_error("bmcsim: cannot bind UDP " + where + ": " + std::strerror(e));
+    }
+    int wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (wake < 0) {
+        ::close(fd);
+        throw std::runtime_error("bmcsim: eventfd failed");
+    }
+    impl_->fd = fd;
+    impl_->wake = wake;
+    impl_->quit = false;
+    impl_->event("listening on " + where);
+    impl_->thread = std::thread([this] { impl_->serve(); });
+}
+
+void Simulator::stop()
+{
+    if (!impl_ || !impl_->thread.joinable()) return;
+    impl_->quit = true;
+    uint64_t one = 1;
+    if (::write(impl_->wake, &one, sizeof one) < 0) { /* the poll timeout ends it */ }
+    impl_->thread.join();
+    ::close(impl_->fd);
+    ::close(impl_->wake);
+    impl_->fd = impl_->wake = -1;
+    impl_->pending.clear();
+    impl_->event("stopped");
+}
+
+bool Simulator::running() const { return impl_->thread.joinable(); }
+
+void Simulator::update(Config config)
+{
+    std::lock_guard<std::mutex> g(impl_->mu);
+    config.address = impl_->config.address;
+    config.port = impl_->config.port;
+    impl_->config = std::move(config);
+    impl_->reset = true;
+}
+
+void Simulator::modify(const std::function<void(Config &)> &change)
+{
+    std::lock_guard<std::mutex> g(impl_->mu);
+    Config c = impl_->config;
+    change(c);
+    c.address = impl_->config.address;
+    c.port = impl_->config.port;
+    impl_->config = std::move(c);
+    impl_->reset = true;
+}
+
+Config Simulator::config() const
+{
+    std::lock_guard<std::mutex> g(impl_->mu);
+    return impl_->config;
+}
+
+Stats Simulator::stats() const
+{
+    std::lock_guard<std::mutex> g(impl_->mu);
+    return impl_->stats;
+}
+
+void Simulator::clear_stats()
+{
+    std::lock_guard<std::mutex> g(impl_->mu);
+    impl_->stats = Stats{};
+}
+
+bool Simulator::wait_for(Kind kind, size_t count, std::chrono::milliseconds timeout) const
+{
+    std::unique_lock<std::mutex> g(impl_->mu);
+    return impl_->cv.wait_for(g, timeout, [&] { return impl_->stats.count(kind) >= count; });
+}
+
+void Simulator::on_log(std::function<void(const std::string &)> sink)
+{
+    std::lock_guard<std::mutex> g(impl_->mu);
+    impl_->sink = std::move(sink);
+}
+
+}  // namespace bmcsim
