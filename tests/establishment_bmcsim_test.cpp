@@ -1,7 +1,6 @@
 // Whole establishments with IPMI_SetupSession against the BMC simulator,
 // which computes its keys and codes on its own; every step the managed
 // system can refuse or get wrong, end to end.
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
@@ -14,6 +13,7 @@
 
 #include "bmcsim.h"
 #include "loopback.h"
+#include "run_program.h"
 #include "rmcpp.h"
 #include "trace_capture.h"
 
@@ -24,14 +24,6 @@ using bmcsim::Kind;
 
 constexpr uint8_t kBmc = 17;
 
-int open_descriptors()
-{
-    int n = 0;
-    DIR *d = opendir("/proc/self/fd");
-    while (readdir(d) != nullptr) ++n;
-    closedir(d);
-    return n;
-}
 
 class Establishment : public ::testing::Test {
 protected:
@@ -43,7 +35,7 @@ protected:
         sim_ = std::make_unique<bmcsim::Simulator>(c);
         sim_->start();
         testkit::clear_trace();
-        descriptors_ = open_descriptors();
+        descriptors_ = testkit::open_descriptors();
     }
     void TearDown() override
     {
@@ -75,7 +67,7 @@ protected:
     {
         EXPECT_EQ(IPMI_SetupSession(&p_), code) << testkit::log_text();
         EXPECT_EQ(p_.session, nullptr);
-        EXPECT_EQ(open_descriptors(), descriptors_);
+        EXPECT_EQ(testkit::open_descriptors(), descriptors_);
         EXPECT_EQ(testkit::log_lines().back(), "Failed to set up session.\n");
     }
 

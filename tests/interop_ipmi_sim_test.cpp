@@ -1,6 +1,5 @@
 // Session establishment with OpenIPMI's ipmi_sim, a BMC implementation
 // nobody here wrote, started as a black box on 127.0.0.50.
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -187,14 +186,6 @@ Reply exchange(IPMI_SessionParam &p, uint8_t netfn, uint8_t cmd, uint8_t seq)
     return r;
 }
 
-int open_descriptors()
-{
-    int n = 0;
-    DIR *d = opendir("/proc/self/fd");
-    while (readdir(d) != nullptr) ++n;
-    closedir(d);
-    return n;
-}
 
 class IpmiSimMessages : public IpmiSim {
 protected:
@@ -245,7 +236,7 @@ TEST_F(IpmiSimMessages, DefaultKeyModeSuites2And3FailCleanly)
     // its single one-second attempt, and the session is released.
     for (int suite : {2, 3}) {
         testkit::clear_trace();
-        const int before = open_descriptors();
+        const int before = testkit::open_descriptors();
         auto p = param("admin", "password", suite, 4);
         ASSERT_EQ(IPMI_SetupSession(&p), 0) << testkit::log_text();
         const auto t0 = std::chrono::steady_clock::now();
@@ -253,7 +244,7 @@ TEST_F(IpmiSimMessages, DefaultKeyModeSuites2And3FailCleanly)
         EXPECT_EQ(IPMI_CloseSession(&p), 4);
         EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(5));
         EXPECT_EQ(p.session, nullptr);
-        EXPECT_EQ(open_descriptors(), before);
+        EXPECT_EQ(testkit::open_descriptors(), before);
     }
 }
 

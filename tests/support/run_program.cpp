@@ -1,5 +1,6 @@
 #include "run_program.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -9,6 +10,15 @@
 #include <cstdlib>
 
 namespace testkit {
+
+int open_descriptors()
+{
+    int n = 0;
+    DIR *d = opendir("/proc/self/fd");
+    while (readdir(d) != nullptr) ++n;
+    closedir(d);
+    return n;
+}
 
 ProgramResult run_program(const std::vector<std::string> &argv, std::chrono::milliseconds limit,
                           const std::map<std::string, std::string> &environment)

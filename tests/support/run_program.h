@@ -16,6 +16,9 @@ struct ProgramResult {
     std::string err;
 };
 
+// Number of descriptors this process has open: a check that nothing leaked.
+int open_descriptors();
+
 ProgramResult run_program(const std::vector<std::string> &argv,
                           std::chrono::milliseconds limit = std::chrono::seconds(30),
                           const std::map<std::string, std::string> &environment = {});
