@@ -32,6 +32,9 @@ protected:
     }
     void TearDown() override
     {
+        // Stop first: a delayed pong still queued in the simulator must not
+        // reach whichever socket takes this local port next.
+        sim_->stop();
         close(fd_);
         RMCPtimeout = {5, 0};
     }

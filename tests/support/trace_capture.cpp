@@ -1,5 +1,6 @@
 #include "trace_capture.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -39,6 +40,12 @@ int count_logged(const std::string &text)
     for (const auto &l : log_lines())
         if (l == text) ++n;
     return n;
+}
+
+bool logged_together(const std::vector<std::string> &lines)
+{
+    const auto all = log_lines();
+    return std::search(all.begin(), all.end(), lines.begin(), lines.end()) != all.end();
 }
 
 std::string log_text()

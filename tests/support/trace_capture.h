@@ -25,6 +25,8 @@ std::vector<std::string> log_lines();
 bool logged(const std::string &text);
 // Number of channel-1 lines equal to text.
 int count_logged(const std::string &text);
+// True when the channel-1 lines contain `lines` one right after another.
+bool logged_together(const std::vector<std::string> &lines);
 // All channel-1 text concatenated.
 std::string log_text();
 

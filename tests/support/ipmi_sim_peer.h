@@ -1,0 +1,44 @@
+// OpenIPMI's ipmi_sim as a black-box peer: writes its configuration into a
+// temporary directory, starts it on a loopback address, port 623, and
+// always stops it when the peer goes out of scope.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace testkit {
+
+struct IpmiSimUser {
+    int number;             // 1 is the anonymous user
+    std::string name;       // at most 15 characters
+    std::string password;   // at most 19 characters
+    std::string privilege;  // callback, user, operator, admin
+    bool enabled = true;
+};
+
+class IpmiSimPeer {
+public:
+    // Starts ipmi_sim listening on 127.0.0.`last`:623; throws when it
+    // cannot be started or does not listen within a few seconds.
+    IpmiSimPeer(uint8_t last, std::vector<IpmiSimUser> users, bool per_message_auth = true);
+    ~IpmiSimPeer();
+    IpmiSimPeer(const IpmiSimPeer &) = delete;
+    IpmiSimPeer &operator=(const IpmiSimPeer &) = delete;
+
+    // What ipmi_sim printed so far.
+    std::string log() const;
+
+private:
+    void stop();
+
+    std::string dir_;
+    pid_t pid_ = -1;
+};
+
+// The default users of the tests: the anonymous user (number 1, no
+// password, user privilege), admin, an operator and a plain user.
+std::vector<IpmiSimUser> default_ipmi_sim_users();
+
+}  // namespace testkit
