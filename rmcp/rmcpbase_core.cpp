@@ -18,6 +18,47 @@ EVP_MAC *hmac_algorithm()
     return mac;
 }
 
+// One HMAC-SHA1 context per thread, made once with its digest set. Each
+// code re-keys it only when the key changes: a session computes every
+// integrity code under the same key, and keying costs two SHA-1 blocks.
+class ThreadHmac {
+public:
+    ThreadHmac() : ctx_(EVP_MAC_CTX_new(hmac_algorithm()))
+    {
+        char digest[] = "SHA1";
+        const OSSL_PARAM params[] = {OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digest, 0),
+                                     OSSL_PARAM_construct_end()};
+        if (ctx_ && !EVP_MAC_CTX_set_params(ctx_, params)) {
+            EVP_MAC_CTX_free(ctx_);
+            ctx_ = nullptr;
+        }
+    }
+    ~ThreadHmac() { EVP_MAC_CTX_free(ctx_); }
+    ThreadHmac(const ThreadHmac &) = delete;
+    ThreadHmac &operator=(const ThreadHmac &) = delete;
+
+    bool compute(const uint8_t *key, uint32_t key_length, const uint8_t *data, uint32_t data_length,
+                 uint8_t *output, size_t *written)
+    {
+        if (ctx_ == nullptr) return false;
+        const bool same_key = keyed_ && key_length == key_length_ && std::memcmp(key, key_, key_length) == 0;
+        keyed_ = false;
+        if (!EVP_MAC_init(ctx_, same_key ? nullptr : key, same_key ? 0 : key_length, nullptr)) return false;
+        if (key_length <= sizeof key_) {
+            std::memcpy(key_, key, key_length);
+            key_length_ = key_length;
+            keyed_ = true;
+        }
+        return EVP_MAC_update(ctx_, data, data_length) && EVP_MAC_final(ctx_, output, written, 20);
+    }
+
+private:
+    EVP_MAC_CTX *ctx_;
+    uint8_t key_[64] = {};
+    uint32_t key_length_ = 0;
+    bool keyed_ = false;
+};
+
 void hmac_sha1(const uint8_t *key, uint32_t key_length, const uint8_t *data, uint32_t data_length,
                uint8_t *output, uint32_t *output_length)
 {
@@ -29,15 +70,10 @@ void hmac_sha1(const uint8_t *key, uint32_t key_length, const uint8_t *data, uin
         key = zero_key;
         key_length = 1;
     }
-    char digest[] = "SHA1";
-    OSSL_PARAM params[] = {OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digest, 0),
-                           OSSL_PARAM_construct_end()};
-    EVP_MAC_CTX *ctx = EVP_MAC_CTX_new(hmac_algorithm());
+    thread_local ThreadHmac hmac;
     size_t written = 0;
-    if (ctx && EVP_MAC_init(ctx, key, key_length, params) && EVP_MAC_update(ctx, data, data_length) &&
-        EVP_MAC_final(ctx, output, &written, 20))
+    if (hmac.compute(key, key_length, data, data_length, output, &written))
         *output_length = static_cast<uint32_t>(written);
-    EVP_MAC_CTX_free(ctx);
 }
 
 }  // namespace
