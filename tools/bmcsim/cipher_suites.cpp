@@ -1,11 +1,11 @@
-// Get Channel Cipher Suites, which consoles ask outside a session (over the
-// same unauthenticated IPMI v1.5 framing as the channel capabilities) to
-// learn which suites they may propose, and which may also come inside one.
+// Get Channel Cipher Suites, which consoles ask outside a session (in
+// unauthenticated IPMI v1.5 or RMCP+ framing) to learn which suites they may
+// propose, and which may also come inside one.
 // The answer is a list of records, 16 bytes of it per request.
 #include <algorithm>
 #include <array>
 
-#include "engine.h"
+#include "establishment.h"
 #include "ipmi.h"
 
 namespace bmcsim::detail {
@@ -87,7 +87,16 @@ std::pair<uint8_t, Bytes> channel_cipher_suites(const Config &c, const Bytes &re
 
 void Engine::sessionless(const Bytes &d, const Config &c, Outcome &o)
 {
-    std::optional<Bytes> message = read_v15_message(d);
+    // Either IPMI v1.5 framing (authentication type none) or an RMCP+
+    // header with session ID 0 and no protection; the answer comes back
+    // in the framing of the request.
+    bool rmcp_plus = d.size() > 4 && d[4] == 0x06;
+    std::optional<Bytes> message;
+    if (rmcp_plus) {
+        if (auto p = read_presession(d); p && p->sequence == 0) message = p->payload;
+    } else {
+        message = read_v15_message(d);
+    }
     auto rq = message ? parse_request(message->data(), message->size()) : std::nullopt;
     if (!rq) {
         log("ignored a request outside a session with a bad v1.5 session header or IPMI message");
@@ -103,7 +112,7 @@ void Engine::sessionless(const Bytes &d, const Config &c, Outcome &o)
     } else {
         response = response_to(*rq, 0xC1, {});
     }
-    emit(Reply{}, v15_datagram(response), nullptr, o);
+    emit(Reply{}, rmcp_plus ? presession_datagram(0x00, response) : v15_datagram(response), nullptr, o);
 }
 
 }  // namespace bmcsim::detail

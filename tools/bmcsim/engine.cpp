@@ -1,5 +1,6 @@
 #include "engine.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "crypto.h"
@@ -60,7 +61,7 @@ Kind classify(const Bytes &d)
     case 0x10: return Kind::OpenSession;
     case 0x12: return Kind::Rakp1;
     case 0x14: return Kind::Rakp3;
-    case 0x00: return session_id != 0 ? Kind::SessionPacket : Kind::Other;
+    case 0x00: return session_id != 0 ? Kind::SessionPacket : (payload_type == 0x00 ? Kind::Sessionless : Kind::Other);
     default: return Kind::Other;
     }
 }
@@ -170,7 +171,8 @@ Outcome Engine::handle(const Bytes &datagram, const Config &config, Peer peer)
     case Kind::SessionPacket: session_packet(datagram, config, o); break;
     case Kind::Sessionless: sessionless(datagram, config, o); break;
     case Kind::Other:
-        log("ignored an unrecognised datagram of " + std::to_string(datagram.size()) + " bytes");
+        log("ignored an unrecognised datagram of " + std::to_string(datagram.size()) + " bytes: " +
+            hex(datagram.data(), std::min<size_t>(datagram.size(), 64)));
         break;
     }
     return o;
