@@ -368,6 +368,7 @@ private:
 // Runs the rmcpp-bmcsim program as a child process. The constructor returns
 // once the program has said it is listening (or throws); the destructor
 // stops it with SIGTERM (SIGKILL if it does not end within two seconds).
+// The program also gets SIGTERM when the thread that started it ends.
 class ChildProcess {
 public:
     explicit ChildProcess(std::vector<std::string> arguments,
