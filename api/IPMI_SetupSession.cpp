@@ -14,7 +14,10 @@ extern "C" {
 RMCPP_API uint8_t RMCPConnectSA = 0x71;
 RMCPP_API struct timeval RMCPtimeout = {5, 0};
 
+RMCPP_API uint8_t RMCPStandardKeys = 0;
+
 RMCPP_API void IPMI_SetupConnectSA(unsigned value) { RMCPConnectSA = static_cast<uint8_t>(value); }
+RMCPP_API void IPMI_SetupStandardKeys(unsigned value) { RMCPStandardKeys = static_cast<uint8_t>(value); }
 
 namespace {
 
@@ -33,6 +36,21 @@ bool propose_suite(int32_t suite, RMCPp_SetupState &state)
     state.req_integrity_alg = suite >= 2 ? 1 : 0;
     state.req_confidentiality_alg = suite >= 3 ? 1 : 0;
     return true;
+}
+
+// IPMI v2.0 keys: K1 = HMAC-SHA1(SIK, twenty 0x01 bytes) keys the integrity
+// code, K2 = HMAC-SHA1(SIK, twenty 0x02 bytes) the payloads. Without
+// confidentiality the cipher key stays all zero, as in the library's mode.
+void derive_standard_keys(const RMCPp_SetupState &state, RMCPp_Session &s)
+{
+    uint8_t constant[20];
+    uint32_t length = 0;
+    std::memset(constant, 0x01, sizeof constant);
+    CalculateAuthCode(1, constant, sizeof constant, state.sik, sizeof state.sik, s.sik, &length);
+    if (state.confidentiality_alg != 0) {
+        std::memset(constant, 0x02, sizeof constant);
+        CalculateAuthCode(1, constant, sizeof constant, state.sik, sizeof state.sik, s.cipher_key, &length);
+    }
 }
 
 void open_session(const RMCPp_SetupState &state, RMCPp_Session &s)
@@ -54,6 +72,7 @@ void open_session(const RMCPp_SetupState &state, RMCPp_Session &s)
     s.per_msg_auth_status = state.per_msg_auth_status;
     s.user_auth_status = state.user_auth_status;
     s.closed = 0;
+    if (RMCPStandardKeys) derive_standard_keys(state, s);
 }
 
 }  // namespace

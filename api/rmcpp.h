@@ -192,11 +192,21 @@ RMCPP_API extern const char *mess_tag[];       /* "DEBUG" .. "NONE", null-termin
 RMCPP_API extern int Print_Level;              /* set by change_printlevel                      */
 RMCPP_API extern int do_self_check;            /* 1 until the type self check first passes      */
 
+/* Standard-key mode. While 0 (the default) a session keys its integrity
+ * code with the SIK itself and derives K2 over sixty-four 0x02 bytes, as
+ * this library always has. When non-zero at establishment, the new session
+ * follows IPMI v2.0 to the letter: its `sik` field (the integrity key) is
+ * K1 = HMAC-SHA1(SIK, twenty 0x01 bytes) and its `cipher_key` is
+ * K2 = HMAC-SHA1(SIK, twenty 0x02 bytes). RAKP 4 is checked with the SIK
+ * either way. */
+RMCPP_API extern uint8_t RMCPStandardKeys;
+
 /* ------------------------------------------------------------------ */
 /* Session setup                                                       */
 /* ------------------------------------------------------------------ */
 RMCPP_API int IPMI_SetupSession(IPMI_SessionParam *param);
 RMCPP_API void IPMI_SetupConnectSA(unsigned value);
+RMCPP_API void IPMI_SetupStandardKeys(unsigned value);  /* stores the low 8 bits in RMCPStandardKeys */
 
 /* ------------------------------------------------------------------ */
 /* IPMI message framing                                                */

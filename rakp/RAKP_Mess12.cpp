@@ -4,6 +4,7 @@
 // that proves the managed system knows the user's password.
 #include <algorithm>
 
+#include "RAKP_reply.h"
 #include "rmcpp.h"
 #include "wire.h"
 
@@ -14,9 +15,6 @@ namespace {
 
 constexpr uint32_t kRequestSize = 400;
 
-// RMCP+ status codes that RAKP 3 carries back when RAKP 2 is refused.
-constexpr uint8_t kInactiveSessionId = 0x08;
-constexpr uint8_t kIllegalParameter = 0x12;
 
 }  // namespace
 
@@ -51,58 +49,17 @@ RMCPP_API int Make_RAKPMessage1(RMCPp_SetupState *state, const uint8_t *rm, uint
 RMCPP_API int Check_RAKPMessage2(RMCPp_SetupState *state, const uint8_t *data, uint32_t length, uint8_t tag,
                                  uint32_t *used, uint8_t *rakp_status)
 {
-    *rakp_status = 0;
-    uint32_t header_length = 0;
-    uint16_t payload_length = 0;
-    const int r = Check_IPMISessHead_RAKP(data, length, &header_length, 0x13, &payload_length);
-    if (r != 0) {
-        lib_log(3, "Check at IPMI Session Header & Tailer.\n");
-        return r;
-    }
-    if (payload_length <= 7) {
+    rmcpp::rakp::ReplyHead head;
+    const int r = rmcpp::rakp::check_reply_head(state, data, length, 0x13, tag, used, rakp_status, head);
+    if (r != 0) return r;
+    uint16_t wanted = 0;
+    if (rmcpp::rakp::expected_payload_length(state->auth_alg, 40, 60, wanted) != 0) return 3;
+    if (head.payload_length != wanted) {
         lib_log(3, "Received Packet with number of Invalid Payload Length.\n");
-        return 69;
-    }
-    if (payload_length + 12u > length) {
-        lib_log(3, "Received Packet with Invalid Payload Length.\n");
-        return 69;
-    }
-    *used = 12;
-
-    Reader p(data, length);
-    p.skip(12);
-    if (p.u8() != tag) {
-        lib_log(3, "Received Packet with Invalid Message Tag.\n");
-        *rakp_status = kIllegalParameter;
+        *rakp_status = rmcpp::rakp::kIllegalParameter;
         return 66;
     }
-    const uint8_t status = p.u8();
-    if (status != 0) {
-        PrintRMCPStatusCode(status);
-        lib_log(3, "Received Packet with Error Status Code.\n");
-        return 65;
-    }
-    if (!p.zeros(2)) {
-        lib_log(3, "Received Packet with Invalid value in Reserved field.\n");
-        *rakp_status = kIllegalParameter;
-        return 66;
-    }
-    if (p.u32le() != state->console_session_id) {
-        lib_log(3, "Received Packet with Invalid RC Session ID.\n");
-        *rakp_status = kInactiveSessionId;
-        return 66;
-    }
-    uint16_t wanted;
-    switch (state->auth_alg) {
-    case 0: wanted = 40; break;
-    case 1: wanted = 60; break;
-    default: lib_log(3, "Unsupported Authentication algorithm.\n"); return 3;
-    }
-    if (payload_length != wanted) {
-        lib_log(3, "Received Packet with number of Invalid Payload Length.\n");
-        *rakp_status = kIllegalParameter;
-        return 66;
-    }
+    Reader &p = head.payload;
     p.skip(16);  // Rc, copied out by RAKPMessage1_2
     p.bytes(state->bmc_guid, sizeof state->bmc_guid);
     return 0;

@@ -5,6 +5,7 @@
 // sides derived the same session integrity key.
 #include <algorithm>
 
+#include "RAKP_reply.h"
 #include "rmcpp.h"
 #include "wire.h"
 
@@ -15,8 +16,6 @@ namespace {
 
 constexpr uint32_t kShortLength = 24;  // RAKP 3 without a key exchange code
 constexpr uint32_t kCodeLength = 20;
-constexpr uint8_t kInactiveSessionId = 0x08;
-constexpr uint8_t kIllegalParameter = 0x12;
 
 }  // namespace
 
@@ -89,53 +88,13 @@ RMCPP_API int Make_RAKPMessage3(RMCPp_SetupState *state, uint8_t tag, uint8_t st
 RMCPP_API int Check_RAKPMessage4(RMCPp_SetupState *state, const uint8_t *data, uint32_t length, uint8_t tag,
                                  uint32_t *used, uint8_t *rakp_status)
 {
-    *rakp_status = 0;
-    uint32_t header_length = 0;
-    uint16_t payload_length = 0;
-    if (Check_IPMISessHead_RAKP(data, length, &header_length, 0x15, &payload_length) != 0) {
-        lib_log(3, "Check at IPMI Session Header & Tailer.\n");
-        return 69;
-    }
-    if (payload_length <= 7) {
-        lib_log(3, "Received Packet with number of Invalid Payload Length.\n");
-        return 69;
-    }
-    if (payload_length + 12u > length) {
-        lib_log(3, "Received Packet with Invalid Payload Length.\n");
-        return 69;
-    }
-    *used = 12;
-
-    Reader p(data, length);
-    p.skip(12);
-    if (p.u8() != tag) {
-        lib_log(3, "Received Packet with Invalid Message Tag.\n");
-        *rakp_status = kIllegalParameter;
-        return 66;
-    }
-    const uint8_t status = p.u8();
-    if (status != 0) {
-        PrintRMCPStatusCode(status);
-        lib_log(3, "Received Packet with Error Status Code.\n");
-        return 65;
-    }
-    if (!p.zeros(2)) {
-        lib_log(3, "Received Packet with Invalid value in Reserved field.\n");
-        *rakp_status = kIllegalParameter;
-        return 66;
-    }
-    if (p.u32le() != state->console_session_id) {
-        lib_log(3, "Received Packet with Invalid RC Session ID.\n");
-        *rakp_status = kInactiveSessionId;
-        return 66;
-    }
-    uint16_t wanted;
-    switch (state->auth_alg) {
-    case 0: wanted = 8; break;
-    case 1: wanted = 20; break;
-    default: lib_log(3, "Unsupported Authentication algorithm.\n"); return 3;
-    }
-    if (payload_length != wanted) {
+    rmcpp::rakp::ReplyHead head;
+    const int r = rmcpp::rakp::check_reply_head(state, data, length, 0x15, tag, used, rakp_status, head);
+    if (r != 0) return r;
+    uint16_t wanted = 0;
+    if (rmcpp::rakp::expected_payload_length(state->auth_alg, 8, 20, wanted) != 0) return 3;
+    // Unlike RAKP 2, a RAKP 4 of the wrong length is skipped: the wait goes on.
+    if (head.payload_length != wanted) {
         lib_log(3, "Received Packet with number of Invalid Payload Length.\n");
         return 69;
     }

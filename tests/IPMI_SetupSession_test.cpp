@@ -1,12 +1,12 @@
 // The caller's record is checked field by field, in order, before any
 // socket is opened; the first failing check decides.
-#include <dirent.h>
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
 #include "loopback.h"
+#include "run_program.h"
 #include "rmcpp.h"
 #include "trace_capture.h"
 
@@ -15,14 +15,6 @@ namespace {
 // Nothing listens on 127.0.0.13: an establishment toward it fails at the ping.
 constexpr uint8_t kNobody = 13;
 
-int open_descriptors()
-{
-    int n = 0;
-    DIR *d = opendir("/proc/self/fd");
-    while (readdir(d) != nullptr) ++n;
-    closedir(d);
-    return n;
-}
 
 IPMI_SessionParam valid_param()
 {
@@ -51,11 +43,11 @@ void expect_refused(IPMI_SessionParam p, const char *message)
 {
     testkit::clear_trace();
     p.session = kUntouched;
-    const int before = open_descriptors();
+    const int before = testkit::open_descriptors();
     EXPECT_EQ(IPMI_SetupSession(&p), 1) << message;
     EXPECT_EQ(testkit::log_lines(), std::vector<std::string>{message});
     EXPECT_EQ(p.session, kUntouched);
-    EXPECT_EQ(open_descriptors(), before);
+    EXPECT_EQ(testkit::open_descriptors(), before);
 }
 
 // Runs a setup that passes the checks and fails at the presence ping, which

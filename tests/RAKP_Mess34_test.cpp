@@ -432,7 +432,6 @@ TEST(Rakp34Phase, AbortSendsTheStatusOnceWithoutWaiting)
     uint8_t rakp_status = 15;
     clear_trace();
     EXPECT_EQ(RAKPMessage3_4(&link.state, kRm.data(), 0x04, 3, kRc.data(), &rakp_status, 1), 66);
-    sleep_ms(100);
     peer.stop();
     ASSERT_EQ(peer.requests().size(), 1u);
     EXPECT_EQ(peer.requests()[0], rakp3_header(8, 15));
@@ -532,4 +531,20 @@ TEST(Rakp34Phase, GivesUpWith4WhenNobodyAnswers)
     ASSERT_GE(lines.size(), 2u);
     EXPECT_EQ(lines[lines.size() - 2], "Re-try over.\n");
     EXPECT_EQ(lines.back(), "Failed to do RAKP Message 3 & 4.\n");
+}
+
+TEST(Rakp34Phase, ARakp3ThatCannotBeBuiltEndsWith3BeforeAnythingIsSent)
+{
+    Link link(kPeer);
+    ASSERT_EQ(link.opened, 0);
+    fill_session(link.state, "admin", "secret", 2);
+    ScriptedPeer peer(kPeer, [](const Bytes &, int) { return std::vector<Bytes>{}; });
+    uint8_t rakp_status = 0;
+    clear_trace();
+    EXPECT_EQ(RAKPMessage3_4(&link.state, kRm.data(), 0x04, 3, kRc.data(), &rakp_status, 0), 3);
+    peer.stop();
+    EXPECT_EQ(peer.requests().size(), 0u);
+    EXPECT_EQ(log_lines(), (Lines{"Not - supported Authentication algorithm.\n",
+                                  "Failed to calculate Hash Key for RAKP Message 3.\n\n",
+                                  "Failed to make RAKP Message 3.\n"}));
 }

@@ -1,5 +1,4 @@
 // The establishment driver and its send, wait and retry routine.
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -11,6 +10,7 @@
 #include <vector>
 
 #include "loopback.h"
+#include "run_program.h"
 #include "rmcpp.h"
 #include "trace_capture.h"
 
@@ -23,14 +23,6 @@ using testkit::loopback;
 constexpr uint8_t kPeer = 14;
 constexpr uint8_t kNobody = 15;
 
-int open_descriptors()
-{
-    int n = 0;
-    DIR *d = opendir("/proc/self/fd");
-    while (readdir(d) != nullptr) ++n;
-    closedir(d);
-    return n;
-}
 
 RMCPp_SetupState state_toward(uint8_t last, uint16_t retries = 1, uint16_t timeout = 1)
 {
@@ -80,11 +72,11 @@ TEST(SetupSession, SocketFailureIsReturnedAsItIs)
 TEST(SetupSession, UnansweredPingFailsWith34AndClosesTheSocket)
 {
     testkit::clear_trace();
-    const int before = open_descriptors();
+    const int before = testkit::open_descriptors();
     RMCPp_SetupState s = state_toward(kNobody, 2, 1);
     uint32_t granted = 0;
     EXPECT_EQ(SetupSession(&s, 623, 4, 0, 0, &granted), 34);
-    EXPECT_EQ(open_descriptors(), before);
+    EXPECT_EQ(testkit::open_descriptors(), before);
     const auto lines = testkit::log_lines();
     ASSERT_GE(lines.size(), 2u);
     EXPECT_EQ(lines[lines.size() - 2], "Failed to do Ping/Pong over limit of retries.\n");
@@ -101,10 +93,10 @@ TEST(IPMI_SetupSession, DriverFailureLeavesNoSession)
     p.retry_count = 1;
     p.timeout_sec = 1;
     p.session = nullptr;
-    const int before = open_descriptors();
+    const int before = testkit::open_descriptors();
     EXPECT_EQ(IPMI_SetupSession(&p), 34);
     EXPECT_EQ(p.session, nullptr);
-    EXPECT_EQ(open_descriptors(), before);
+    EXPECT_EQ(testkit::open_descriptors(), before);
     EXPECT_EQ(testkit::log_lines().back(), "Failed to set up session.\n");
 }
 

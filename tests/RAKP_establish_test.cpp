@@ -149,6 +149,7 @@ IPMI_SessionParam params(int suite, const char *name = "admin", const char *pass
     p.cipher_suite_id = suite;
     p.slave_address = 0x20;
     p.lun = 0;
+    p.local_port = local_port_for(kPeer);
     p.retry_count = 2;
     p.timeout_sec = 1;
     return p;
@@ -161,7 +162,6 @@ int establish(MiniBmc &bmc, IPMI_SessionParam &p)
     ScriptedPeer peer(kPeer, [&bmc](const Bytes &d, int) { return bmc.answer(d); });
     clear_trace();
     const int r = IPMI_SetupSession(&p);
-    sleep_ms(20);  // let the peer take in a last datagram sent without waiting
     peer.stop();
     return r;
 }

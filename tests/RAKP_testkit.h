@@ -283,7 +283,8 @@ public:
     ScriptedPeer(const ScriptedPeer &) = delete;
     ScriptedPeer &operator=(const ScriptedPeer &) = delete;
 
-    // Ends the peer; afterwards everything the handler wrote is settled.
+    // Ends the peer once every datagram already received by its socket has
+    // been handled; afterwards everything the handler wrote is settled.
     void stop()
     {
         stop_ = true;
@@ -299,9 +300,14 @@ public:
 private:
     void run()
     {
-        while (!stop_) {
-            auto datagram = peer_.receive(20);
-            if (!datagram) continue;
+        // Once stopping, whatever has already arrived is still answered.
+        for (;;) {
+            const bool stopping = stop_;
+            auto datagram = peer_.receive(stopping ? 0 : 20);
+            if (!datagram) {
+                if (stopping) return;
+                continue;
+            }
             int index;
             {
                 std::lock_guard<std::mutex> lock(mutex_);
@@ -322,6 +328,11 @@ private:
 
 inline void sleep_ms(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
 
+// The local port of a test program's sockets: 7100 + the last byte of its
+// peer's address, outside the 7001..7099 range that init_socket searches
+// when given no port, so tests of that search can run beside these.
+inline uint16_t local_port_for(uint8_t last) { return static_cast<uint16_t>(7100 + last); }
+
 // A setup state with a socket made by init_socket toward 127.0.0.last:623,
 // one-second waits and two attempts per phase.
 struct Link {
@@ -335,7 +346,8 @@ struct Link {
         state.rs_addr = 0x20;
         state.retry_count = retry_count;
         state.timeout_sec = 1;
-        opened = init_socket(&state.socket_fd, state.bmc_address, 623, 0);
+        state.local_port = local_port_for(last);
+        opened = init_socket(&state.socket_fd, state.bmc_address, 623, state.local_port);
     }
     ~Link()
     {

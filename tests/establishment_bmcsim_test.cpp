@@ -1,8 +1,9 @@
 // Whole establishments with IPMI_SetupSession against the BMC simulator,
 // which computes its keys and codes on its own; every step the managed
 // system can refuse or get wrong, end to end.
-#include <dirent.h>
 #include <gtest/gtest.h>
+#include <openssl/evp.h>
+#include <openssl/hmac.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -12,6 +13,7 @@
 
 #include "bmcsim.h"
 #include "loopback.h"
+#include "run_program.h"
 #include "rmcpp.h"
 #include "trace_capture.h"
 
@@ -22,14 +24,6 @@ using bmcsim::Kind;
 
 constexpr uint8_t kBmc = 17;
 
-int open_descriptors()
-{
-    int n = 0;
-    DIR *d = opendir("/proc/self/fd");
-    while (readdir(d) != nullptr) ++n;
-    closedir(d);
-    return n;
-}
 
 class Establishment : public ::testing::Test {
 protected:
@@ -41,7 +35,7 @@ protected:
         sim_ = std::make_unique<bmcsim::Simulator>(c);
         sim_->start();
         testkit::clear_trace();
-        descriptors_ = open_descriptors();
+        descriptors_ = testkit::open_descriptors();
     }
     void TearDown() override
     {
@@ -73,7 +67,7 @@ protected:
     {
         EXPECT_EQ(IPMI_SetupSession(&p_), code) << testkit::log_text();
         EXPECT_EQ(p_.session, nullptr);
-        EXPECT_EQ(open_descriptors(), descriptors_);
+        EXPECT_EQ(testkit::open_descriptors(), descriptors_);
         EXPECT_EQ(testkit::log_lines().back(), "Failed to set up session.\n");
     }
 
@@ -408,6 +402,57 @@ TEST_F(Establishment, SilenceUsesTheRetries)
     expect_failure(4);
     EXPECT_EQ(sim_->stats().count(Kind::OpenSession), 2u);
     EXPECT_TRUE(testkit::logged("Re-try over.\n"));
+}
+
+}  // namespace
+
+namespace {
+
+std::string hmac_sha1(const uint8_t *key, size_t key_length, uint8_t fill, size_t length)
+{
+    const std::string data(length, static_cast<char>(fill));
+    uint8_t out[20];
+    unsigned int n = 0;
+    HMAC(EVP_sha1(), key, static_cast<int>(key_length), reinterpret_cast<const uint8_t *>(data.data()), data.size(),
+         out, &n);
+    return std::string(reinterpret_cast<char *>(out), n);
+}
+
+std::string bytes(const uint8_t *p, size_t n) { return std::string(reinterpret_cast<const char *>(p), n); }
+
+TEST_F(Establishment, StandardKeyModeDerivesK1AndTwentyByteK2)
+{
+    IPMI_SetupStandardKeys(0x101);
+    EXPECT_EQ(RMCPStandardKeys, 1);
+    param(3);
+    const int r = IPMI_SetupSession(&p_);
+    IPMI_SetupStandardKeys(0);
+    ASSERT_EQ(r, 0) << testkit::log_text();
+    const auto info = sim_session();
+    EXPECT_EQ(bytes(p_.session->sik, 20), hmac_sha1(info.sik.data(), 20, 0x01, 20));
+    EXPECT_EQ(bytes(p_.session->cipher_key, 20), hmac_sha1(info.sik.data(), 20, 0x02, 20));
+}
+
+TEST_F(Establishment, StandardKeyModeWithoutConfidentialityKeepsTheCipherKeyZero)
+{
+    IPMI_SetupStandardKeys(1);
+    param(2);
+    const int r = IPMI_SetupSession(&p_);
+    IPMI_SetupStandardKeys(0);
+    ASSERT_EQ(r, 0) << testkit::log_text();
+    const auto info = sim_session();
+    EXPECT_EQ(bytes(p_.session->sik, 20), hmac_sha1(info.sik.data(), 20, 0x01, 20));
+    EXPECT_EQ(bytes(p_.session->cipher_key, 20), std::string(20, '\0'));
+}
+
+TEST_F(Establishment, LibraryKeyModeIsTheDefault)
+{
+    EXPECT_EQ(RMCPStandardKeys, 0);
+    param(3);
+    ASSERT_EQ(IPMI_SetupSession(&p_), 0) << testkit::log_text();
+    const auto info = sim_session();
+    EXPECT_EQ(bytes(p_.session->sik, 20), bytes(info.sik.data(), 20));
+    EXPECT_EQ(bytes(p_.session->cipher_key, 20), hmac_sha1(info.sik.data(), 20, 0x02, 64));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@ packages=(
   build-essential cmake pkg-config
   libssl-dev libgtest-dev libgmock-dev libbenchmark-dev
   iproute2 util-linux procps
+  openipmi ipmitool freeipmi-tools
 )
 
 missing=()

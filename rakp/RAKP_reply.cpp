@@ -1,0 +1,59 @@
+#include "RAKP_reply.h"
+
+namespace rmcpp::rakp {
+
+int check_reply_head(const RMCPp_SetupState *state, const uint8_t *data, uint32_t length, uint8_t payload_type,
+                     uint8_t tag, uint32_t *used, uint8_t *rakp_status, ReplyHead &head)
+{
+    *rakp_status = 0;
+    uint32_t header_length = 0;
+    if (Check_IPMISessHead_RAKP(data, length, &header_length, payload_type, &head.payload_length) != 0) {
+        lib_log(3, "Check at IPMI Session Header & Tailer.\n");
+        return 69;
+    }
+    if (head.payload_length <= 7) {
+        lib_log(3, "Received Packet with number of Invalid Payload Length.\n");
+        return 69;
+    }
+    if (head.payload_length + 12u > length) {
+        lib_log(3, "Received Packet with Invalid Payload Length.\n");
+        return 69;
+    }
+    *used = 12;
+
+    wire::Reader &p = head.payload = wire::Reader(data, length);
+    p.skip(12);
+    if (p.u8() != tag) {
+        lib_log(3, "Received Packet with Invalid Message Tag.\n");
+        *rakp_status = kIllegalParameter;
+        return 66;
+    }
+    const uint8_t status = p.u8();
+    if (status != 0) {
+        PrintRMCPStatusCode(status);
+        lib_log(3, "Received Packet with Error Status Code.\n");
+        return 65;
+    }
+    if (!p.zeros(2)) {
+        lib_log(3, "Received Packet with Invalid value in Reserved field.\n");
+        *rakp_status = kIllegalParameter;
+        return 66;
+    }
+    if (p.u32le() != state->console_session_id) {
+        lib_log(3, "Received Packet with Invalid RC Session ID.\n");
+        *rakp_status = kInactiveSessionId;
+        return 66;
+    }
+    return 0;
+}
+
+int expected_payload_length(uint8_t auth_alg, uint16_t none, uint16_t hmac, uint16_t &wanted)
+{
+    switch (auth_alg) {
+    case 0: wanted = none; return 0;
+    case 1: wanted = hmac; return 0;
+    default: lib_log(3, "Unsupported Authentication algorithm.\n"); return 3;
+    }
+}
+
+}  // namespace rmcpp::rakp

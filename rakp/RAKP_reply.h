@@ -1,0 +1,31 @@
+// What RAKP Message 2 and RAKP Message 4 share: the pre-session header,
+// the payload length bounds, and the opening fields tag, status, reserved
+// and remote console session ID.
+#pragma once
+
+#include "rmcpp.h"
+#include "wire.h"
+
+namespace rmcpp::rakp {
+
+// RMCP+ status codes that a refused reply leaves in rakp_status.
+constexpr uint8_t kInactiveSessionId = 0x08;
+constexpr uint8_t kIllegalParameter = 0x12;
+
+struct ReplyHead {
+    uint16_t payload_length = 0;
+    wire::Reader payload{nullptr, 0};  // positioned after the console session ID
+};
+
+// Checks the reply head in its fixed order, logging each refusal. Returns 0
+// and fills `head`, or the code the checker returns: 69 for a datagram that
+// is not this reply, 66 or 65 for a faulty one.
+int check_reply_head(const RMCPp_SetupState *state, const uint8_t *data, uint32_t length, uint8_t payload_type,
+                     uint8_t tag, uint32_t *used, uint8_t *rakp_status, ReplyHead &head);
+
+// The payload length that the authentication algorithm asks for: `none`
+// under RAKP-none, `hmac` under RAKP-HMAC-SHA1. Logs and returns 3 for any
+// other algorithm.
+int expected_payload_length(uint8_t auth_alg, uint16_t none, uint16_t hmac, uint16_t &wanted);
+
+}  // namespace rmcpp::rakp
