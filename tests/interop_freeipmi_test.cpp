@@ -12,10 +12,12 @@
 
 #include "bmcsim.h"
 #include "bmcsim_clients.h"
+#include "run_program.h"
 
 namespace {
 
 using namespace std::chrono_literals;
+using simtest::output;
 
 constexpr const char *kAddress = "127.0.0.82";
 constexpr const char *kControlAddress = "127.0.0.83";
@@ -40,6 +42,8 @@ std::vector<int> received(const std::string &output)
     while (in >> word) bytes.push_back(std::stoi(word, nullptr, 16));
     return bytes;
 }
+
+std::vector<int> received(const testkit::ProgramResult &r) { return received(output(r)); }
 
 class FreeIpmi : public ::testing::TestWithParam<int> {
 protected:
@@ -69,7 +73,7 @@ protected:
     // Runs ipmi-raw with one request in a session of its own and checks
     // that the simulator saw that session established with this suite and
     // closed.
-    simtest::RunResult raw(bmcsim::ChildProcess &sim, const std::string &address,
+    testkit::ProgramResult raw(bmcsim::ChildProcess &sim, const std::string &address,
                            const std::vector<std::string> &request, const std::string &user = "admin",
                            const std::string &password = "Secr3t-pw")
     {
@@ -84,9 +88,9 @@ protected:
                                       "-I", std::to_string(suite), "--config-file", config_file()};
         if (user != "admin") argv.insert(argv.end(), {"-l", "USER"});
         argv.insert(argv.end(), request.begin(), request.end());
-        simtest::RunResult r = simtest::run(argv, kClientLimit, {"HOME=" + home_->path()});
+        testkit::ProgramResult r = testkit::run_program(argv, kClientLimit, {{"HOME", home_->path()}});
         EXPECT_FALSE(r.timed_out) << "ipmi-raw still running after the time limit";
-        EXPECT_EQ(r.status, 0) << r.output;
+        EXPECT_EQ(r.exit_code, 0) << output(r);
         EXPECT_TRUE(simtest::wait_for_lines(sim, opened, opened_before + 1)) << output_of(sim);
         EXPECT_TRUE(simtest::wait_for_lines(sim, closed, closed_before + 1)) << output_of(sim);
         return r;
@@ -109,38 +113,38 @@ std::unique_ptr<bmcsim::ChildProcess> FreeIpmi::sim_;
 TEST_P(FreeIpmi, GetDeviceIdAnswersTheConfiguredIdentity)
 {
     auto r = raw(*sim_, kAddress, {"0", "6", "1"});
-    EXPECT_EQ(received(r.output), (std::vector<int>{0x01, 0x00, 0x42, 0x03, 0x07, 0x31, 0x02, 0xBF, 0x45, 0x23, 0x01,
+    EXPECT_EQ(received(output(r)), (std::vector<int>{0x01, 0x00, 0x42, 0x03, 0x07, 0x31, 0x02, 0xBF, 0x45, 0x23, 0x01,
                                                     0xEF, 0xBE, 0x01, 0x02, 0x03, 0x04}))
-        << r.output;
+        << output(r);
 }
 
 TEST_P(FreeIpmi, GetChassisStatusAnswersTheConfiguredState)
 {
     auto r = raw(*sim_, kAddress, {"0", "0", "1"});
     // Power off, overload, restore policy "previous"; AC failed; intrusion.
-    EXPECT_EQ(received(r.output), (std::vector<int>{0x01, 0x00, 0x22, 0x01, 0x01, 0x00})) << r.output;
+    EXPECT_EQ(received(output(r)), (std::vector<int>{0x01, 0x00, 0x22, 0x01, 0x01, 0x00})) << output(r);
 }
 
 TEST_P(FreeIpmi, GetChannelCipherSuitesListsSuites0To3)
 {
     auto first = raw(*sim_, kAddress, {"0", "6", "54", "0E", "00", "80"});
-    EXPECT_EQ(received(first.output), (std::vector<int>{0x54, 0x00, 0x01, 0xC0, 0x00, 0x00, 0x40, 0x80, 0xC0, 0x01,
+    EXPECT_EQ(received(output(first)), (std::vector<int>{0x54, 0x00, 0x01, 0xC0, 0x00, 0x00, 0x40, 0x80, 0xC0, 0x01,
                                                         0x01, 0x40, 0x80, 0xC0, 0x02, 0x01, 0x41, 0x80, 0xC0}))
-        << first.output;
+        << output(first);
     auto rest = raw(*sim_, kAddress, {"0", "6", "54", "0E", "00", "81"});
-    EXPECT_EQ(received(rest.output), (std::vector<int>{0x54, 0x00, 0x01, 0x03, 0x01, 0x41, 0x81})) << rest.output;
+    EXPECT_EQ(received(output(rest)), (std::vector<int>{0x54, 0x00, 0x01, 0x03, 0x01, 0x41, 0x81})) << output(rest);
 }
 
 TEST_P(FreeIpmi, GetSessionInfoShowsTheSessionAtTheLevelItAskedFor)
 {
-    auto admin = received(raw(*sim_, kAddress, {"0", "6", "3D", "00"}).output);
+    auto admin = received(raw(*sim_, kAddress, {"0", "6", "3D", "00"}));
     ASSERT_EQ(admin.size(), 20u);
     EXPECT_EQ(admin[1], 0x00);
     EXPECT_NE(admin[2], 0x00);  // a session handle
     EXPECT_EQ(admin[5], 1);     // user ID
     EXPECT_EQ(admin[6], 4);     // ADMINISTRATOR, set by Set Session Privilege Level
     EXPECT_EQ(admin[7], 0x11);  // IPMI v2.0 / RMCP+ on channel 1
-    auto viewer = received(raw(*sim_, kAddress, {"0", "6", "3D", "00"}, "viewer", "look").output);
+    auto viewer = received(raw(*sim_, kAddress, {"0", "6", "3D", "00"}, "viewer", "look"));
     ASSERT_EQ(viewer.size(), 20u);
     EXPECT_EQ(viewer[5], 2);
     EXPECT_EQ(viewer[6], 2);  // USER
@@ -149,18 +153,18 @@ TEST_P(FreeIpmi, GetSessionInfoShowsTheSessionAtTheLevelItAskedFor)
 TEST_P(FreeIpmi, UnknownCommandsGetC1)
 {
     auto r = raw(*sim_, kAddress, {"0", "6", "77"});
-    EXPECT_EQ(received(r.output), (std::vector<int>{0x77, 0xC1})) << r.output;
+    EXPECT_EQ(received(output(r)), (std::vector<int>{0x77, 0xC1})) << output(r);
 }
 
 TEST_P(FreeIpmi, ChassisControlChangesThePowerState)
 {
     // A simulator of its own, so the shared one keeps its configured state.
     bmcsim::ChildProcess sim(simulator(kControlAddress));
-    EXPECT_EQ(received(raw(sim, kControlAddress, {"0", "0", "2", "01"}).output), (std::vector<int>{0x02, 0x00}));
-    EXPECT_EQ(received(raw(sim, kControlAddress, {"0", "0", "1"}).output),
+    EXPECT_EQ(received(raw(sim, kControlAddress, {"0", "0", "2", "01"})), (std::vector<int>{0x02, 0x00}));
+    EXPECT_EQ(received(raw(sim, kControlAddress, {"0", "0", "1"})),
               (std::vector<int>{0x01, 0x00, 0x23, 0x11, 0x01, 0x00}));  // on, powered up by command
-    EXPECT_EQ(received(raw(sim, kControlAddress, {"0", "0", "2", "00"}).output), (std::vector<int>{0x02, 0x00}));
-    EXPECT_EQ(received(raw(sim, kControlAddress, {"0", "0", "1"}).output),
+    EXPECT_EQ(received(raw(sim, kControlAddress, {"0", "0", "2", "00"})), (std::vector<int>{0x02, 0x00}));
+    EXPECT_EQ(received(raw(sim, kControlAddress, {"0", "0", "1"})),
               (std::vector<int>{0x01, 0x00, 0x22, 0x11, 0x01, 0x00}));
     EXPECT_TRUE(sim.wait_for_output("chassis control 00 (power down): power off", 2s));
 }

@@ -9,10 +9,12 @@
 
 #include "bmcsim.h"
 #include "bmcsim_clients.h"
+#include "run_program.h"
 
 namespace {
 
 using namespace std::chrono_literals;
+using simtest::output;
 
 constexpr const char *kAddress = "127.0.0.80";
 constexpr auto kClientLimit = 30s;
@@ -40,7 +42,7 @@ protected:
 
     // Runs one ipmitool command in a session of its own and checks that
     // the simulator saw that session established with this suite and closed.
-    simtest::RunResult ipmitool(const std::vector<std::string> &command, const std::string &user = "admin",
+    testkit::ProgramResult ipmitool(const std::vector<std::string> &command, const std::string &user = "admin",
                                 const std::string &password = "Secr3t-pw")
     {
         int suite = GetParam();
@@ -53,9 +55,9 @@ protected:
         std::vector<std::string> argv{"ipmitool", "-I", "lanplus", "-H", kAddress, "-U", user, "-P", password,
                                       "-C", std::to_string(suite), "-N", "1", "-R", "2"};
         argv.insert(argv.end(), command.begin(), command.end());
-        simtest::RunResult r = simtest::run(argv, kClientLimit);
+        testkit::ProgramResult r = testkit::run_program(argv, kClientLimit);
         EXPECT_FALSE(r.timed_out) << "ipmitool still running after the time limit";
-        EXPECT_EQ(r.status, 0) << r.output;
+        EXPECT_EQ(r.exit_code, 0) << output(r);
         EXPECT_TRUE(simtest::wait_for_lines(*sim_, opened, opened_before + 1)) << simulator_output();
         EXPECT_TRUE(simtest::wait_for_lines(*sim_, closed, closed_before + 1)) << simulator_output();
         return r;
@@ -76,45 +78,45 @@ std::unique_ptr<bmcsim::ChildProcess> Ipmitool::sim_;
 TEST_P(Ipmitool, RawGetDeviceIdPrintsTheConfiguredBytes)
 {
     auto r = ipmitool({"raw", "6", "1"});
-    EXPECT_NE(r.output.find(" 42 03 07 31 02 bf 45 23 01 ef be 01 02 03 04"), std::string::npos) << r.output;
+    EXPECT_NE(output(r).find(" 42 03 07 31 02 bf 45 23 01 ef be 01 02 03 04"), std::string::npos) << output(r);
 }
 
 TEST_P(Ipmitool, McInfoDecodesTheConfiguredIdentity)
 {
     auto r = ipmitool({"mc", "info"});
-    EXPECT_EQ(simtest::field(r.output, "Device ID"), "66") << r.output;
-    EXPECT_EQ(simtest::field(r.output, "Device Revision"), "3");
-    EXPECT_EQ(simtest::field(r.output, "Firmware Revision"), "7.31");
-    EXPECT_EQ(simtest::field(r.output, "IPMI Version"), "2.0");
-    EXPECT_EQ(simtest::field(r.output, "Manufacturer ID"), "74565");
-    EXPECT_EQ(simtest::field(r.output, "Product ID"), "48879 (0xbeef)");
-    EXPECT_EQ(simtest::field(r.output, "Provides Device SDRs"), "no");
-    EXPECT_NE(r.output.find("0x01\n    0x02\n    0x03\n    0x04"), std::string::npos) << r.output;
+    EXPECT_EQ(simtest::field(output(r), "Device ID"), "66") << output(r);
+    EXPECT_EQ(simtest::field(output(r), "Device Revision"), "3");
+    EXPECT_EQ(simtest::field(output(r), "Firmware Revision"), "7.31");
+    EXPECT_EQ(simtest::field(output(r), "IPMI Version"), "2.0");
+    EXPECT_EQ(simtest::field(output(r), "Manufacturer ID"), "74565");
+    EXPECT_EQ(simtest::field(output(r), "Product ID"), "48879 (0xbeef)");
+    EXPECT_EQ(simtest::field(output(r), "Provides Device SDRs"), "no");
+    EXPECT_NE(output(r).find("0x01\n    0x02\n    0x03\n    0x04"), std::string::npos) << output(r);
 }
 
 TEST_P(Ipmitool, ChassisStatusDecodesTheConfiguredState)
 {
     auto r = ipmitool({"chassis", "status"});
-    EXPECT_EQ(simtest::field(r.output, "System Power"), "off") << r.output;
-    EXPECT_EQ(simtest::field(r.output, "Power Overload"), "true");
-    EXPECT_EQ(simtest::field(r.output, "Power Interlock"), "inactive");
-    EXPECT_EQ(simtest::field(r.output, "Main Power Fault"), "false");
-    EXPECT_EQ(simtest::field(r.output, "Power Restore Policy"), "previous");
-    EXPECT_EQ(simtest::field(r.output, "Last Power Event"), "ac-failed");
-    EXPECT_EQ(simtest::field(r.output, "Chassis Intrusion"), "active");
-    EXPECT_EQ(simtest::field(r.output, "Front-Panel Lockout"), "inactive");
+    EXPECT_EQ(simtest::field(output(r), "System Power"), "off") << output(r);
+    EXPECT_EQ(simtest::field(output(r), "Power Overload"), "true");
+    EXPECT_EQ(simtest::field(output(r), "Power Interlock"), "inactive");
+    EXPECT_EQ(simtest::field(output(r), "Main Power Fault"), "false");
+    EXPECT_EQ(simtest::field(output(r), "Power Restore Policy"), "previous");
+    EXPECT_EQ(simtest::field(output(r), "Last Power Event"), "ac-failed");
+    EXPECT_EQ(simtest::field(output(r), "Chassis Intrusion"), "active");
+    EXPECT_EQ(simtest::field(output(r), "Front-Panel Lockout"), "inactive");
 }
 
 TEST_P(Ipmitool, ChassisPowerStatusIsTheConfiguredPowerState)
 {
     auto r = ipmitool({"chassis", "power", "status"});
-    EXPECT_NE(r.output.find("Chassis Power is off"), std::string::npos) << r.output;
+    EXPECT_NE(output(r).find("Chassis Power is off"), std::string::npos) << output(r);
 }
 
 TEST_P(Ipmitool, AUserPrivilegeSessionWorksAndIsClosed)
 {
     auto r = ipmitool({"-L", "USER", "raw", "6", "1"}, "viewer", "look");
-    EXPECT_NE(r.output.find(" 42 03 07 31"), std::string::npos) << r.output;
+    EXPECT_NE(output(r).find(" 42 03 07 31"), std::string::npos) << output(r);
 }
 
 TEST_P(Ipmitool, AWrongPasswordIsRefusedWithoutASession)
@@ -123,15 +125,15 @@ TEST_P(Ipmitool, AWrongPasswordIsRefusedWithoutASession)
     if (suite == 0) {
         // RAKP-none proves nothing about the password: the session opens.
         auto r = ipmitool({"raw", "6", "1"}, "admin", "not-the-password");
-        EXPECT_EQ(r.status, 0);
+        EXPECT_EQ(r.exit_code, 0);
         return;
     }
     size_t before = simtest::count_lines(*sim_, "established for user 'admin'");
-    auto r = simtest::run({"ipmitool", "-I", "lanplus", "-H", kAddress, "-U", "admin", "-P", "not-the-password",
+    auto r = testkit::run_program({"ipmitool", "-I", "lanplus", "-H", kAddress, "-U", "admin", "-P", "not-the-password",
                            "-C", std::to_string(suite), "-N", "1", "-R", "1", "raw", "6", "1"},
                           kClientLimit);
     EXPECT_FALSE(r.timed_out);
-    EXPECT_NE(r.status, 0) << r.output;
+    EXPECT_NE(r.exit_code, 0) << output(r);
     EXPECT_EQ(simtest::count_lines(*sim_, "established for user 'admin'"), before);
 }
 
