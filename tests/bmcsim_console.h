@@ -35,6 +35,15 @@ public:
             throw std::runtime_error("console socket");
     }
     ~Console() { ::close(fd_); }
+
+    // The address and port this console sends from.
+    sockaddr_in local() const
+    {
+        sockaddr_in a{};
+        socklen_t n = sizeof a;
+        ::getsockname(fd_, reinterpret_cast<sockaddr *>(&a), &n);
+        return a;
+    }
     Console(const Console &) = delete;
     Console &operator=(const Console &) = delete;
 
@@ -199,15 +208,18 @@ struct Established {
     uint32_t console_id = 0, bmc_id = 0;
     uint8_t granted = 0, role = 0;
     Bytes rm, rc, guid, sik, k2;
+    Bytes k1;  // key of the integrity code: the SIK itself, or K1 under standard keys
     Bytes open_response, rakp2, rakp4;
 };
 
 // Runs Open Session and RAKP 1 to 4 by hand; the keys are computed here
-// from the user's password (and Kg, when given).
+// from the user's password (and Kg, when given). Standard keys: K1 over
+// twenty 0x01 bytes keys the integrity code and K2 is made over twenty 0x02
+// bytes; otherwise the SIK keys the code and K2 is made over sixty-four.
 inline std::optional<Established> establish(Console &c, int suite, const std::string &name,
                                             const std::string &password, uint8_t privilege = 4,
                                             bool name_only = false, const Bytes &kg = {},
-                                            uint32_t console_id = 0xC0DE0001)
+                                            uint32_t console_id = 0xC0DE0001, bool standard_keys = false)
 {
     Established e;
     e.console_id = console_id;
@@ -236,7 +248,8 @@ inline std::optional<Established> establish(Console &c, int suite, const std::st
     } else {
         e.sik = Bytes(20, 0);
     }
-    e.k2 = alg[2] == 1 ? hmac_sha1(e.sik, Bytes(64, 0x02)) : Bytes(20, 0);
+    e.k1 = standard_keys ? hmac_sha1(e.sik, Bytes(20, 0x01)) : e.sik;
+    e.k2 = alg[2] == 1 ? hmac_sha1(e.sik, Bytes(standard_keys ? 20 : 64, 0x02)) : Bytes(20, 0);
     e.rakp4 = c.exchange(rakp3_request(3, 0, e.bmc_id, code3));
     if (e.rakp4.size() < 24 || e.rakp4[17] != 0) return std::nullopt;
     return e;
@@ -267,7 +280,7 @@ inline Bytes ipmi_response(uint8_t netfn, uint8_t cmd, uint8_t cc, const Bytes &
 inline Bytes first16(const Bytes &k) { return Bytes(k.begin(), k.begin() + 16); }
 
 // A whole RMCP+ session datagram: payload type bits 0x40 (authenticated)
-// and 0x80 (encrypted), the integrity trailer keyed with the SIK and the
+// and 0x80 (encrypted), the integrity trailer keyed with k1 and the
 // confidentiality payload keyed with the first 16 bytes of K2.
 inline Bytes session_packet(const Established &e, uint8_t bits, uint32_t seq, const Bytes &message,
                             const Bytes &iv = Bytes(16, 0x5C), uint32_t session_id = 0)
@@ -293,7 +306,7 @@ inline Bytes session_packet(const Established &e, uint8_t bits, uint32_t seq, co
         b.insert(b.end(), q, 0xFF);
         b.push_back(static_cast<uint8_t>(q));
         b.push_back(0x07);
-        Bytes code = hmac_sha1(e.sik, Bytes(b.begin() + 4, b.end()));
+        Bytes code = hmac_sha1(e.k1, Bytes(b.begin() + 4, b.end()));
         b.insert(b.end(), code.begin(), code.begin() + 12);
     }
     return b;
@@ -324,7 +337,7 @@ inline Opened open_packet(const Established &e, const Bytes &d)
     if (o.bits & 0x40) {
         if (d.size() < end + 14) return o;
         o.trailer.assign(d.begin() + static_cast<long>(end), d.end() - 12);
-        Bytes code = hmac_sha1(e.sik, Bytes(d.begin() + 4, d.end() - 12));
+        Bytes code = hmac_sha1(e.k1, Bytes(d.begin() + 4, d.end() - 12));
         o.code_ok = std::equal(code.begin(), code.begin() + 12, d.end() - 12);
     } else if (d.size() != end) {
         return o;

@@ -1,6 +1,6 @@
 // bmcsim: the managed-system side of IPMI v2.0 over LAN, for tests.
 //
-// A Simulator listens on one UDP address and answers as a baseboard
+// A Simulator listens on one UDP address (or several) and answers as a baseboard
 // management controller would: the ASF presence ping, Get Channel
 // Authentication Capabilities over an unauthenticated IPMI v1.5 session,
 // Open Session, RAKP 1 to 4, and RMCP+ session packets carrying IPMI
@@ -203,9 +203,42 @@ struct User {
     bool enabled = true;
 };
 
+// What Get Device ID answers (netFn App, command 0x01).
+struct DeviceIdentity {
+    uint8_t device_id = 0x20;
+    uint8_t device_revision = 0x01;     // bit 7: the device provides SDRs
+    uint8_t firmware_major = 0x02;      // bits 6:0; bit 7: update in progress
+    uint8_t firmware_minor = 0x15;      // two BCD digits: 0x15 is ".15"
+    uint8_t ipmi_version = 0x02;        // BCD, minor in bits 7:4: 0x02 is 2.0
+    uint8_t additional_support = 0xBF;  // device class bits
+    uint32_t manufacturer = 0x005A5A;   // IANA enterprise number, 20 bits used
+    uint16_t product = 0x0001;
+    std::array<uint8_t, 4> aux{};       // auxiliary firmware revision, as sent
+
+    bool operator==(const DeviceIdentity &) const = default;
+};
+
+// The chassis as Get Chassis Status reports it. Chassis Control changes the
+// running state; a changed configuration replaces it.
+struct ChassisState {
+    bool power_on = true;
+    bool power_overload = false;
+    bool interlock = false;
+    bool power_fault = false;
+    bool control_fault = false;
+    uint8_t restore_policy = 0;  // 0 stays off, 1 previous state, 2 powers up, 3 unknown
+    uint8_t last_event = 0x00;   // last power event bits (0x10: powered up by command)
+    uint8_t misc = 0x00;         // misc. chassis state bits (intrusion, lockout, faults, identify)
+
+    bool operator==(const ChassisState &) const = default;
+};
+
 struct Config {
     std::string address = "127.0.0.1";
     uint16_t port = 623;
+    // Further addresses served by the same simulator (same port, sessions
+    // and chassis); each answer leaves from the address its request came to.
+    std::vector<std::string> extra_addresses;
 
     PingBehaviour ping;
     CapabilitiesBehaviour capabilities;
@@ -225,6 +258,16 @@ struct Config {
     EstablishmentBehaviour rakp4;
 
     SessionBehaviour session;
+
+    // Key mode. false: the integrity code is keyed with the SIK itself and
+    // K2 = HMAC-SHA1(SIK, sixty-four 0x02 bytes), as this library does.
+    // true: IPMI v2.0 to the letter: K1 = HMAC-SHA1(SIK, twenty 0x01 bytes)
+    // keys the integrity code, K2 = HMAC-SHA1(SIK, twenty 0x02 bytes).
+    // RAKP 4 is made with the SIK in both modes.
+    bool standard_keys = false;
+
+    DeviceIdentity device;
+    ChassisState chassis;
 };
 
 // ------------------------------------------------------------------ stats
@@ -237,8 +280,9 @@ enum class Kind {
     Rakp3,
     SessionPacket,  // an RMCP+ packet of an established session
     Other,          // anything not recognised
+    Sessionless,    // other requests outside a session (Get Channel Cipher Suites)
 };
-constexpr size_t kKinds = 7;
+constexpr size_t kKinds = 8;
 const char *kind_name(Kind kind);
 
 struct Datagram {
@@ -256,6 +300,11 @@ struct SessionInfo {
     std::string user_name;
     std::array<uint8_t, 16> rm{}, rc{};
     std::array<uint8_t, 20> sik{}, k2{};
+    // The integrity code's key: K1 under standard keys, else the SIK itself.
+    std::array<uint8_t, 20> k1{};
+    bool standard_keys = false;   // the key mode the session was established in
+    uint8_t privilege = 0;        // operating privilege (Set Session Privilege Level)
+    uint8_t handle = 0;           // session handle (Get Session Info)
     bool active = false;
     uint32_t next_out_auth = 0, next_out_unauth = 0;  // next outbound numbers
     uint32_t in_auth_highest = 0, in_unauth_highest = 0;
@@ -270,6 +319,7 @@ struct Stats {
     size_t sessions_closed = 0;
     std::vector<SessionInfo> sessions;  // open or being opened, by managed system session ID
     size_t rejected_packets = 0;        // session packets refused by a check
+    ChassisState chassis;               // the chassis as it is now
 
     size_t count(Kind kind) const { return received[static_cast<size_t>(kind)]; }
     std::vector<Clock::time_point> times(Kind kind) const;
@@ -318,6 +368,7 @@ private:
 // Runs the rmcpp-bmcsim program as a child process. The constructor returns
 // once the program has said it is listening (or throws); the destructor
 // stops it with SIGTERM (SIGKILL if it does not end within two seconds).
+// The program also gets SIGTERM when the thread that started it ends.
 class ChildProcess {
 public:
     explicit ChildProcess(std::vector<std::string> arguments,

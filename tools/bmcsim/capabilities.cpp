@@ -11,8 +11,6 @@ namespace bmcsim::detail {
 
 namespace {
 
-constexpr size_t kV15Header = 14;  // RMCP header + v1.5 session header with length byte
-
 bool kg_is_set(const Config &c)
 {
     if (c.capabilities.kg_set) return *c.capabilities.kg_set;
@@ -46,17 +44,6 @@ Bytes capabilities_data(const Config &c)
             0x00};              // OEM auxiliary data
     d.resize(static_cast<size_t>(std::max(k.data_length, 0)), 0x00);
     return d;
-}
-
-Bytes v15_datagram(const Bytes &message)
-{
-    Bytes out;
-    rmcp_header(out, 0x07);
-    out.push_back(0x00);                    // authentication type: none
-    out.insert(out.end(), 8, 0x00);         // session sequence number, session ID
-    out.push_back(static_cast<uint8_t>(message.size()));
-    out.insert(out.end(), message.begin(), message.end());
-    return out;
 }
 
 void break_capabilities(const CapabilitiesBehaviour &k, Bytes &b)
@@ -100,17 +87,12 @@ void break_capabilities(const CapabilitiesBehaviour &k, Bytes &b)
 
 void Engine::channel_capabilities(const Bytes &d, const Config &c, Outcome &o)
 {
-    rmcpp::wire::Reader r(d.data(), d.size());
-    r.skip(4);
-    uint8_t auth_type = r.u8();
-    uint32_t sequence = r.u32le();
-    uint32_t session_id = r.u32le();
-    uint8_t length = r.u8();
-    if (!r.ok() || auth_type != 0 || sequence != 0 || session_id != 0 || length != r.remaining()) {
+    std::optional<Bytes> message = read_v15_message(d);
+    if (!message) {
         log("ignored a channel capabilities request with a bad v1.5 session header");
         return;
     }
-    auto rq = parse_request(r.here(), length);
+    auto rq = parse_request(message->data(), message->size());
     if (!rq || rq->data.size() < 2) {
         log("ignored a channel capabilities request with a bad IPMI message");
         return;
@@ -118,9 +100,9 @@ void Engine::channel_capabilities(const Bytes &d, const Config &c, Outcome &o)
     log("get channel authentication capabilities: channel " + hex(&rq->data[0], 1) + ", privilege " +
         hex(&rq->data[1], 1));
     if (!admit(Kind::Capabilities, c.capabilities.reply)) return;
-    Bytes message = response_to(*rq, c.capabilities.completion_code, capabilities_data(c));
+    Bytes response = response_to(*rq, c.capabilities.completion_code, capabilities_data(c));
     CapabilitiesBehaviour k = c.capabilities;
-    answer(Kind::Capabilities, k.reply, v15_datagram(message), k.fault != CapsFault::None,
+    answer(Kind::Capabilities, k.reply, v15_datagram(response), k.fault != CapsFault::None,
            [&k](Bytes &b) { break_capabilities(k, b); }, o);
 }
 

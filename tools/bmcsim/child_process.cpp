@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -93,6 +94,9 @@ ChildProcess::ChildProcess(std::vector<std::string> arguments, std::chrono::mill
         throw std::runtime_error("bmcsim: fork failed");
     }
     if (pid_ == 0) {
+        // The simulator goes with the test program that started it, even
+        // when that one dies without running its destructors.
+        ::prctl(PR_SET_PDEATHSIG, SIGTERM);
         ::dup2(out[1], STDOUT_FILENO);
         ::execv(argv[0], argv.data());
         const char msg[] = "bmcsim: cannot run the simulator program\n";

@@ -1,5 +1,6 @@
 #include "engine.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "crypto.h"
@@ -17,6 +18,7 @@ const char *kind_name(Kind kind)
     case Kind::Rakp3: return "RAKP 3";
     case Kind::SessionPacket: return "session packet";
     case Kind::Other: return "other";
+    case Kind::Sessionless: return "request outside a session";
     }
     return "?";
 }
@@ -49,7 +51,7 @@ Kind classify(const Bytes &d)
         // IPMI v1.5 session: the command sits at offset 19 of the datagram.
         if (d.size() < 21) return Kind::Other;
         uint8_t netfn = d[15] >> 2;
-        return netfn == 0x06 && d[19] == 0x38 ? Kind::Capabilities : Kind::Other;
+        return netfn == 0x06 && d[19] == 0x38 ? Kind::Capabilities : Kind::Sessionless;
     }
     if (auth_type != 0x06) return Kind::Other;
     uint8_t payload_type = r.u8();
@@ -59,7 +61,7 @@ Kind classify(const Bytes &d)
     case 0x10: return Kind::OpenSession;
     case 0x12: return Kind::Rakp1;
     case 0x14: return Kind::Rakp3;
-    case 0x00: return session_id != 0 ? Kind::SessionPacket : Kind::Other;
+    case 0x00: return session_id != 0 ? Kind::SessionPacket : (payload_type == 0x00 ? Kind::Sessionless : Kind::Other);
     default: return Kind::Other;
     }
 }
@@ -107,8 +109,57 @@ void rmcp_header(Bytes &out, uint8_t cls)
     out.push_back(cls);
 }
 
-Outcome Engine::handle(const Bytes &datagram, const Config &config)
+std::string privilege_name(uint8_t level)
 {
+    switch (level) {
+    case 1: return "CALLBACK";
+    case 2: return "USER";
+    case 3: return "OPERATOR";
+    case 4: return "ADMINISTRATOR";
+    case 5: return "OEM";
+    }
+    return "level " + std::to_string(level);
+}
+
+std::string status_text(uint8_t status)
+{
+    switch (status) {
+    case 0x00: return "no errors";
+    case 0x01: return "no session slot available";
+    case 0x02: return "invalid session ID";
+    case 0x04: return "invalid authentication algorithm";
+    case 0x05: return "invalid integrity algorithm";
+    case 0x09: return "invalid role";
+    case 0x0A: return "unauthorized role or privilege level";
+    case 0x0C: return "invalid name length";
+    case 0x0D: return "unauthorized name";
+    case 0x0F: return "invalid integrity check value";
+    case 0x10: return "invalid confidentiality algorithm";
+    case 0x11: return "no cipher suite match";
+    case 0x12: return "illegal or unrecognized parameter";
+    }
+    return "status " + hex(&status, 1);
+}
+
+ChassisState Engine::chassis(const Config &c)
+{
+    if (!chassis_known_ || !(c.chassis == chassis_configured_)) {
+        chassis_ = chassis_configured_ = c.chassis;
+        chassis_known_ = true;
+    }
+    return chassis_;
+}
+
+void Engine::close(std::map<uint32_t, Session>::iterator it, const std::string &how)
+{
+    log("session " + hex32(it->second.bmc_id) + " closed" + how + " (user '" + it->second.user_name + "')");
+    sessions_.erase(it);
+    ++closed_;
+}
+
+Outcome Engine::handle(const Bytes &datagram, const Config &config, Peer peer)
+{
+    peer_ = peer;
     Outcome o;
     o.kind = classify(datagram);
     switch (o.kind) {
@@ -118,8 +169,10 @@ Outcome Engine::handle(const Bytes &datagram, const Config &config)
     case Kind::Rakp1: rakp1(datagram, config, o); break;
     case Kind::Rakp3: rakp3(datagram, config, o); break;
     case Kind::SessionPacket: session_packet(datagram, config, o); break;
+    case Kind::Sessionless: sessionless(datagram, config, o); break;
     case Kind::Other:
-        log("ignored an unrecognised datagram of " + std::to_string(datagram.size()) + " bytes");
+        log("ignored an unrecognised datagram of " + std::to_string(datagram.size()) + " bytes: " +
+            hex(datagram.data(), std::min<size_t>(datagram.size(), 64)));
         break;
     }
     return o;

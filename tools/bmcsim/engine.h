@@ -18,6 +18,12 @@ struct Outgoing {
     Bytes bytes;
 };
 
+// Where a request came from.
+struct Peer {
+    uint32_t ip = 0;  // host order
+    uint16_t port = 0;
+};
+
 struct Outcome {
     Kind kind = Kind::Other;
     Bytes message;  // session packets: the clear IPMI message
@@ -35,7 +41,16 @@ struct Session {
     Bytes password;             // zero-padded to 20
     std::array<uint8_t, 16> rm{}, rc{};
     std::array<uint8_t, 20> sik{}, k2{};
+    std::array<uint8_t, 20> k1{};  // standard keys: K1; else a copy of the SIK
+    bool standard_keys = false;
+    uint8_t privilege = 0;      // operating privilege level
+    uint8_t handle = 0;         // session handle
+    uint8_t user_id = 0;        // position of the user in Config::users, from 1
+    Peer peer;                  // the console, as seen at Open Session
     bool active = false;        // RAKP 4 sent with status 0
+
+    // The key of the integrity code in both directions.
+    const std::array<uint8_t, 20> &integrity_key() const { return k1; }
 
     // Inbound windows: highest accepted number and the 32 numbers below it.
     struct Window {
@@ -56,13 +71,14 @@ public:
 
     explicit Engine(Log log) : log_(std::move(log)) {}
 
-    Outcome handle(const Bytes &datagram, const Config &config);
+    Outcome handle(const Bytes &datagram, const Config &config, Peer peer = {});
     // Restarts the per-kind request counters (after a configuration change).
     void reset_counters();
 
     size_t established() const { return established_; }
     size_t closed() const { return closed_; }
     size_t rejected() const { return rejected_; }
+    ChassisState chassis(const Config &c);
     std::vector<SessionInfo> sessions() const;
 
 private:
@@ -75,6 +91,8 @@ private:
     // rakp.cpp
     void rakp1(const Bytes &d, const Config &c, Outcome &o);
     void rakp3(const Bytes &d, const Config &c, Outcome &o);
+    // cipher_suites.cpp: requests outside a session other than capabilities
+    void sessionless(const Bytes &d, const Config &c, Outcome &o);
     // session.cpp
     void session_packet(const Bytes &d, const Config &c, Outcome &o);
     Bytes session_datagram(Session &s, const Bytes &message, uint8_t bits, const SessionBehaviour &b, bool faulty);
@@ -84,8 +102,15 @@ private:
         std::optional<Bytes> bridged;  // sent later as its own message
         bool close = false;            // close the session after answering
     };
-    CommandResult command(const Session &s, const IpmiRequest &rq);
-    bool power_on_ = true;
+    CommandResult command(Session &s, const IpmiRequest &rq, const Config &c);
+    void set_session_privilege(Session &s, const IpmiRequest &rq, CommandResult &r);
+    void session_info(const Session &s, const IpmiRequest &rq, const Config &c, CommandResult &r);
+    void close(std::map<uint32_t, Session>::iterator it, const std::string &how);
+    // The running chassis; a changed Config::chassis replaces it.
+    ChassisState chassis_{}, chassis_configured_{};
+    bool chassis_known_ = false;
+    Peer peer_;  // of the datagram being handled
+    uint8_t next_handle_ = 1;
 
     // Counts the request; false when it is to stay unanswered.
     bool admit(Kind kind, const Reply &reply);
@@ -116,5 +141,13 @@ private:
 std::string hex(const uint8_t *p, size_t n);
 inline std::string hex(const Bytes &b) { return hex(b.data(), b.size()); }
 std::string hex32(uint32_t v);
+// "ADMINISTRATOR" etc. for privilege levels 1 to 5.
+std::string privilege_name(uint8_t level);
+// Words for an RMCP+ status code the managed system returns.
+std::string status_text(uint8_t status);
+// Cipher suite number of an algorithm triple (0..3), or -1.
+int suite_of(uint8_t auth, uint8_t integrity, uint8_t confidentiality);
+// The Get Channel Cipher Suites answer: completion code and data.
+std::pair<uint8_t, Bytes> channel_cipher_suites(const Config &c, const Bytes &request);
 
 }  // namespace bmcsim::detail

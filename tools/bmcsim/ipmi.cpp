@@ -45,4 +45,26 @@ void fix_checksums(Bytes &m)
     m.back() = rmcpp::wire::checksum(m.data() + 3, m.size() - 4);
 }
 
+Bytes v15_datagram(const Bytes &message)
+{
+    Bytes out(kV15Header + message.size());
+    rmcpp::wire::Writer w(out.data(), out.size());
+    w.u8(0x06).u8(0x00).u8(0xFF).u8(0x07);
+    w.u8(0x00).u32le(0).u32le(0).u8(static_cast<uint8_t>(message.size()));
+    w.bytes(message.data(), message.size());
+    return out;
+}
+
+std::optional<Bytes> read_v15_message(const Bytes &d)
+{
+    rmcpp::wire::Reader r(d.data(), d.size());
+    r.skip(4);
+    uint8_t auth_type = r.u8();
+    uint32_t sequence = r.u32le();
+    uint32_t session_id = r.u32le();
+    uint8_t length = r.u8();
+    if (!r.ok() || auth_type != 0 || sequence != 0 || session_id != 0 || length != r.remaining()) return std::nullopt;
+    return Bytes(r.here(), r.here() + length);
+}
+
 }  // namespace bmcsim::detail

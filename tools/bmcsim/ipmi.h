@@ -24,4 +24,13 @@ Bytes response_to(const IpmiRequest &rq, uint8_t completion_code, const Bytes &d
 // Recomputes both checksums of a message in place.
 void fix_checksums(Bytes &message);
 
+constexpr size_t kV15Header = 14;  // RMCP header + v1.5 session header with length byte
+
+// An unauthenticated IPMI v1.5 session datagram (authentication type none,
+// sequence number and session ID 0) carrying `message`.
+Bytes v15_datagram(const Bytes &message);
+// The message of such a datagram; nothing when the session header is not
+// that of an unauthenticated request outside a session.
+std::optional<Bytes> read_v15_message(const Bytes &datagram);
+
 }  // namespace bmcsim::detail

@@ -25,10 +25,16 @@ const char *kUsage = R"(usage: rmcpp-bmcsim [options]
 
 A simulated IPMI v2.0 baseboard management controller on UDP.
 
-  --address A        IPv4 address to listen on (default 127.0.0.1)
+  --address A[,B...] IPv4 address(es) to listen on (default 127.0.0.1);
+                     repeat the option or give a list: one process serves
+                     them all, with the same users, sessions and chassis
   --port N           UDP port (default 623)
   --config FILE      read options from FILE: one per line, written without
                      the leading "--" ("user admin:secret:4"); '#' starts a comment
+  --standard-keys    key the integrity code with K1 = HMAC-SHA1(SIK, 20 x 01)
+                     and make K2 = HMAC-SHA1(SIK, 20 x 02), as IPMI v2.0 says;
+                     by default the SIK itself keys the integrity code and
+                     K2 = HMAC-SHA1(SIK, 64 x 02), as this library does
   --user NAME:PASSWORD[:PRIVILEGE[:disabled]]
                      add a user (repeatable; an empty NAME is the anonymous
                      user; PRIVILEGE 1..5, default 4)
@@ -53,6 +59,23 @@ A simulated IPMI v2.0 baseboard management controller on UDP.
                      stray=garbage|bad-header|other-class, faulty=N, then-correct
   --fault KIND:NAME[,index=N][,value=N]
                      answers of KIND carry one wrong field NAME
+
+Device identity (Get Device ID):
+  --device-id N            device ID (default 0x20)
+  --device-revision N      device revision byte (default 1)
+  --firmware M.mm          firmware revision, e.g. 2.15 (default)
+  --ipmi-version M.m       IPMI version, e.g. 2.0 (default)
+  --device-support N       additional device support bits (default 0xBF)
+  --manufacturer N         manufacturer ID, an IANA number (default 0x5A5A)
+  --product N              product ID (default 1)
+  --aux HEX                4 bytes of auxiliary firmware revision (default 00000000)
+
+Chassis (Get Chassis Status; Chassis Control changes power and last event):
+  --power on|off           power state at start (default on)
+  --chassis SETTINGS       comma-separated: policy=always-off|previous|always-on|unknown,
+                           overload, interlock, power-fault, control-fault,
+                           last-event=N, misc=N
+
   --help             show this text
 
 KIND is one of: ping, capabilities, open-session, rakp2, rakp4, session.
@@ -288,6 +311,54 @@ void parse_user(Config &c, const std::string &arg)
     c.users.push_back(u);
 }
 
+// Chassis settings "policy=previous,power-fault,last-event=0x10".
+void parse_chassis(Config &c, const std::string &arg)
+{
+    ChassisState &k = c.chassis;
+    for (const auto &s : split(arg, ',')) {
+        auto [key, value] = setting(s);
+        if (key == "policy") {
+            if (value == "always-off") k.restore_policy = 0;
+            else if (value == "previous") k.restore_policy = 1;
+            else if (value == "always-on") k.restore_policy = 2;
+            else if (value == "unknown") k.restore_policy = 3;
+            else throw Usage("unknown power restore policy: " + value);
+        } else if (key == "overload") k.power_overload = true;
+        else if (key == "interlock") k.interlock = true;
+        else if (key == "power-fault") k.power_fault = true;
+        else if (key == "control-fault") k.control_fault = true;
+        else if (key == "last-event") k.last_event = static_cast<uint8_t>(number(value, "last-event"));
+        else if (key == "misc") k.misc = static_cast<uint8_t>(number(value, "misc"));
+        else throw Usage("unknown chassis setting: " + key);
+    }
+}
+
+// "2.15" -> major 2, minor 0x15 (two BCD digits; "2.5" is 2.50).
+std::pair<uint8_t, uint8_t> revision(const std::string &text, const char *what, size_t minor_digits)
+{
+    size_t dot = text.find('.');
+    std::string major = text.substr(0, dot);
+    std::string minor = dot == std::string::npos ? "" : text.substr(dot + 1);
+    if (major.empty() || minor.size() > minor_digits ||
+        major.find_first_not_of("0123456789") != std::string::npos ||
+        minor.find_first_not_of("0123456789") != std::string::npos)
+        throw Usage(std::string("bad ") + what + ": " + text);
+    minor.resize(minor_digits, '0');
+    return {static_cast<uint8_t>(number(major, what)), static_cast<uint8_t>(std::stoul(minor, nullptr, 16))};
+}
+
+bool address_given = false;  // the first --address replaces the default
+
+void add_addresses(Config &c, const std::string &list)
+{
+    for (const auto &a : split(list, ',')) {
+        if (a.empty()) throw Usage("empty address in --address " + list);
+        if (!address_given) c.address = a;
+        else c.extra_addresses.push_back(a);
+        address_given = true;
+    }
+}
+
 void apply(Config &c, const std::string &option, const std::string &value, bool &help);
 
 void read_config(Config &c, const std::string &path, bool &help)
@@ -308,7 +379,8 @@ void read_config(Config &c, const std::string &path, bool &help)
 
 bool takes_value(const std::string &option)
 {
-    return option != "--help" && option != "--lenient-window" && option != "--any-protection";
+    return option != "--help" && option != "--lenient-window" && option != "--any-protection" &&
+           option != "--standard-keys";
 }
 
 void apply(Config &c, const std::string &option, const std::string &value, bool &help)
@@ -316,7 +388,8 @@ void apply(Config &c, const std::string &option, const std::string &value, bool 
     if (option == "--help") help = true;
     else if (option == "--lenient-window") c.session.strict_inbound_window = false;
     else if (option == "--any-protection") c.session.require_negotiated_protection = false;
-    else if (option == "--address") c.address = value;
+    else if (option == "--standard-keys") c.standard_keys = true;
+    else if (option == "--address") add_addresses(c, value);
     else if (option == "--port") c.port = static_cast<uint16_t>(number(value, "port"));
     else if (option == "--config") read_config(c, value, help);
     else if (option == "--user") parse_user(c, value);
@@ -334,6 +407,31 @@ void apply(Config &c, const std::string &option, const std::string &value, bool 
     else if (option == "--seq-start") c.session.outbound_sequence_start = static_cast<uint32_t>(std::stoul(value, nullptr, 0));
     else if (option == "--bridge-delay") c.session.bridge_delay_ms = static_cast<int>(number(value, "bridge-delay"));
     else if (option == "--caps") parse_caps(c, value);
+    else if (option == "--device-id") c.device.device_id = static_cast<uint8_t>(number(value, "device-id"));
+    else if (option == "--device-revision") c.device.device_revision = static_cast<uint8_t>(number(value, "device-revision"));
+    else if (option == "--firmware") {
+        auto [major, minor] = revision(value, "firmware", 2);
+        if (major > 0x7F) throw Usage("firmware major revision above 127: " + value);
+        c.device.firmware_major = major;
+        c.device.firmware_minor = minor;
+    } else if (option == "--ipmi-version") {
+        auto [major, minor] = revision(value, "ipmi-version", 1);
+        if (major > 9) throw Usage("bad ipmi-version: " + value);
+        c.device.ipmi_version = static_cast<uint8_t>((minor << 4) | major);
+    } else if (option == "--device-support") c.device.additional_support = static_cast<uint8_t>(number(value, "device-support"));
+    else if (option == "--manufacturer") {
+        long m = number(value, "manufacturer");
+        if (m < 0 || m > 0xFFFFF) throw Usage("manufacturer ID above 20 bits: " + value);
+        c.device.manufacturer = static_cast<uint32_t>(m);
+    } else if (option == "--product") c.device.product = static_cast<uint16_t>(number(value, "product"));
+    else if (option == "--aux") {
+        Bytes a = hex_bytes(value, 4, "aux");
+        if (a.size() != 4) throw Usage("--aux wants 4 bytes");
+        std::copy(a.begin(), a.end(), c.device.aux.begin());
+    } else if (option == "--power") {
+        if (value != "on" && value != "off") throw Usage("--power wants on or off");
+        c.chassis.power_on = value == "on";
+    } else if (option == "--chassis") parse_chassis(c, value);
     else if (option == "--reply") parse_reply(c, value);
     else if (option == "--fault") parse_fault(c, value);
     else throw Usage("unknown option: " + option);

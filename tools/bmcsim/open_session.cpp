@@ -34,14 +34,6 @@ void write_record(rmcpp::wire::Writer &w, uint8_t type, uint8_t algorithm)
     w.u8(type).u16le(0).u8(8).u8(algorithm).fill(0, 3);
 }
 
-int suite_of(uint8_t auth, uint8_t integrity, uint8_t confidentiality)
-{
-    constexpr std::array<std::array<uint8_t, 3>, 4> kSuites{{{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {1, 1, 1}}};
-    for (size_t s = 0; s < kSuites.size(); ++s)
-        if (kSuites[s] == std::array<uint8_t, 3>{auth, integrity, confidentiality}) return static_cast<int>(s);
-    return -1;
-}
-
 uint8_t judge(const Proposal &p, const Config &c)
 {
     if (!p.records_ok) return kIllegalParameter;
@@ -95,7 +87,9 @@ void Engine::open_session(const Bytes &d, const Config &c, Outcome &o)
 
     Bytes payload;
     if (status != kNoError) {
-        log("open session refused with status " + hex(&status, 1));
+        log("open session refused with status " + hex(&status, 1) + " (" + status_text(status) + "): algorithms " +
+            std::to_string(p.auth) + "/" + std::to_string(p.integrity) + "/" + std::to_string(p.confidentiality) +
+            ", privilege " + std::to_string(p.privilege));
         payload = error_payload(p.tag, status, p.console_id);
     } else {
         Session *s;
@@ -111,6 +105,7 @@ void Engine::open_session(const Bytes &d, const Config &c, Outcome &o)
         s->integrity_alg = p.integrity;
         s->confidentiality_alg = p.confidentiality;
         s->max_privilege = p.privilege ? p.privilege : c.channel_max_privilege;
+        s->peer = peer_;
         log("open session: console session " + hex32(p.console_id) + ", managed system session " + hex32(s->bmc_id) + ", algorithms " +
             std::to_string(p.auth) + "/" + std::to_string(p.integrity) + "/" + std::to_string(p.confidentiality) +
             ", privilege " + std::to_string(s->max_privilege) + " granted");

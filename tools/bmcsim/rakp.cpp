@@ -94,6 +94,18 @@ const User *find_user(const Config &c, const std::string &name)
     return nullptr;
 }
 
+// K1 and K2 over twenty 0x01 / 0x02 bytes under standard keys; else the
+// integrity code keeps the SIK and K2 is made over sixty-four 0x02 bytes.
+void session_keys(Session &s, bool standard)
+{
+    static const Bytes kConstant1(20, 0x01), kStandardConstant2(20, 0x02), kConstant2(64, 0x02);
+    s.standard_keys = standard;
+    s.k1 = standard ? hmac_sha1(s.sik.data(), s.sik.size(), kConstant1.data(), kConstant1.size()) : s.sik;
+    const Bytes &c2 = standard ? kStandardConstant2 : kConstant2;
+    if (s.confidentiality_alg == 1) s.k2 = hmac_sha1(s.sik.data(), s.sik.size(), c2.data(), c2.size());
+    else s.k2.fill(0);
+}
+
 }  // namespace
 
 void Engine::rakp1(const Bytes &d, const Config &c, Outcome &o)
@@ -128,7 +140,7 @@ void Engine::rakp1(const Bytes &d, const Config &c, Outcome &o)
 
     Bytes payload;
     if (status != kNoError) {
-        log("RAKP 1 for user '" + name + "' refused with status " + hex(&status, 1));
+        log("RAKP 1 for user '" + name + "' refused with status " + hex(&status, 1) + " (" + status_text(status) + ")");
         payload = status_payload(tag, status, it == sessions_.end() ? 0 : it->second.console_id);
     } else {
         Session &s = it->second;
@@ -139,6 +151,7 @@ void Engine::rakp1(const Bytes &d, const Config &c, Outcome &o)
         s.role = role;
         s.user_name = name;
         s.password = padded20(user->password);
+        s.user_id = static_cast<uint8_t>(user - c.users.data() + 1);
         if (s.auth_alg == 1) {
             s.sik = session_integrity_key(s, c);
         } else {
@@ -194,7 +207,8 @@ void Engine::rakp3(const Bytes &d, const Config &c, Outcome &o)
 
     Bytes payload;
     if (status != kNoError) {
-        log("RAKP 3 refused with status " + hex(&status, 1));
+        log("RAKP 3 refused with status " + hex(&status, 1) + " (" + status_text(status) + ")" +
+            (it == sessions_.end() ? "" : " for user '" + it->second.user_name + "'"));
         payload = status_payload(tag, status, it == sessions_.end() ? 0 : it->second.console_id);
     } else {
         Session &s = it->second;
@@ -204,17 +218,18 @@ void Engine::rakp3(const Bytes &d, const Config &c, Outcome &o)
             payload.insert(payload.end(), icv.begin(), icv.begin() + 12);
         }
         if (!s.active) {
-            static const Bytes kConstant2(64, 0x02);
-            if (s.confidentiality_alg == 1) {
-                s.k2 = hmac_sha1(s.sik.data(), s.sik.size(), kConstant2.data(), kConstant2.size());
-            } else {
-                s.k2.fill(0);
-            }
+            session_keys(s, c.standard_keys);
             s.out_auth = s.out_unauth = c.session.outbound_sequence_start;
+            // Sessions start at USER level (or their limit when lower);
+            // Set Session Privilege Level raises them.
+            s.privilege = std::min<uint8_t>(2, s.role & 0x0F);
+            s.handle = next_handle_++;
+            if (next_handle_ == 0) next_handle_ = 1;
             s.active = true;
             ++established_;
-            log("session " + hex32(s.bmc_id) + " established for user '" +
-                s.user_name + "'");
+            log("session " + hex32(s.bmc_id) + " established for user '" + s.user_name + "': cipher suite " +
+                std::to_string(suite_of(s.auth_alg, s.integrity_alg, s.confidentiality_alg)) + ", privilege up to " +
+                privilege_name(s.role & 0x0F) + ", " + (s.standard_keys ? "standard" : "library") + " keys");
         }
     }
     if (!admit(Kind::Rakp3, c.rakp4.reply)) return;

@@ -1,6 +1,7 @@
 // RMCP+ session packets after RAKP 4: the integrity trailer keyed with the
-// SIK, the AES-CBC-128 confidentiality payload keyed with K2, the inbound
-// sequence windows, and the answers to the IPMI requests they carry.
+// SIK (with K1 under standard keys), the AES-CBC-128 confidentiality payload
+// keyed with K2, the inbound sequence windows, and the answers to the IPMI
+// requests they carry.
 #include <algorithm>
 
 #include "crypto.h"
@@ -56,6 +57,10 @@ std::vector<SessionInfo> Engine::sessions() const
         i.rc = s.rc;
         i.sik = s.sik;
         i.k2 = s.k2;
+        i.k1 = s.k1;
+        i.standard_keys = s.standard_keys;
+        i.privilege = s.privilege;
+        i.handle = s.handle;
         i.active = s.active;
         i.next_out_auth = s.out_auth;
         i.next_out_unauth = s.out_unauth;
@@ -71,6 +76,9 @@ Bytes Engine::session_datagram(Session &s, const Bytes &message, uint8_t bits, c
     auto fault = [&](SessionFault f) { return faulty && b.fault == f; };
     uint32_t &counter = (bits & kAuthenticated) ? s.out_auth : s.out_unauth;
     uint32_t sequence = counter++;
+    if (counter == 0)
+        log("session " + hex32(s.bmc_id) + " exhausted: the outbound " +
+            ((bits & kAuthenticated) ? "authenticated" : "unauthenticated") + " sequence number wrapped");
 
     Bytes payload;
     if (bits & kEncrypted) {
@@ -117,7 +125,8 @@ Bytes Engine::session_datagram(Session &s, const Bytes &message, uint8_t bits, c
         out.push_back(fault(SessionFault::BadIntegrityPadLength) ? pick(b.value, static_cast<uint8_t>(q + 1))
                                                                  : static_cast<uint8_t>(q));
         out.push_back(fault(SessionFault::BadNextHeader) ? pick(b.value, 0x08) : 0x07);
-        Digest code = hmac_sha1(s.sik.data(), s.sik.size(), out.data() + 4, out.size() - 4);
+        const auto &key = s.integrity_key();
+        Digest code = hmac_sha1(key.data(), key.size(), out.data() + 4, out.size() - 4);
         size_t code_at = out.size();
         out.insert(out.end(), code.begin(), code.begin() + kCodeLength);
         if (fault(SessionFault::BadIntegrity))
@@ -158,7 +167,8 @@ void Engine::session_packet(const Bytes &d, const Config &c, Outcome &o)
         if (!std::all_of(d.begin() + static_cast<long>(payload_end), d.begin() + static_cast<long>(payload_end + q),
                          [](uint8_t v) { return v == 0xFF; }))
             return reject("integrity pad not FF");
-        Digest code = hmac_sha1(s.sik.data(), s.sik.size(), d.data() + 4, code_at - 4);
+        const auto &key = s.integrity_key();
+        Digest code = hmac_sha1(key.data(), key.size(), d.data() + 4, code_at - 4);
         if (!std::equal(code.begin(), code.begin() + kCodeLength, d.begin() + static_cast<long>(code_at)))
             return reject("wrong integrity code");
     } else {
@@ -171,6 +181,8 @@ void Engine::session_packet(const Bytes &d, const Config &c, Outcome &o)
     Session::Window &window = authenticated ? s.in_auth : s.in_unauth;
     if (!window_accepts(window, sequence, b.strict_inbound_window))
         return reject("sequence number " + hex32(sequence) + " outside the window or seen before");
+    if (sequence == 0xFFFFFFFF)
+        log("session " + hex32(s.bmc_id) + " exhausted: inbound sequence number ffffffff taken");
 
     Bytes message;
     if (encrypted) {
@@ -194,7 +206,7 @@ void Engine::session_packet(const Bytes &d, const Config &c, Outcome &o)
         " command " + hex(&rq->cmd, 1));
 
     if (!admit(Kind::SessionPacket, b.reply)) return;
-    CommandResult result = command(s, *rq);
+    CommandResult result = command(s, *rq, c);
     bool faulty = b.fault != SessionFault::None && take_fault(Kind::SessionPacket, b.reply);
     uint8_t bits = type & (kAuthenticated | kEncrypted);
     uint8_t answer_bits = bits;
@@ -223,11 +235,7 @@ void Engine::session_packet(const Bytes &d, const Config &c, Outcome &o)
         o.out.push_back({b.reply.delay_ms, session_datagram(s, result.response, bits, b, false)});
     if (result.bridged)
         o.out.push_back({b.reply.delay_ms + b.bridge_delay_ms, session_datagram(s, *result.bridged, bits, b, false)});
-    if (result.close) {
-        log("session " + hex32(s.bmc_id) + " closed");
-        sessions_.erase(it);
-        ++closed_;
-    }
+    if (result.close) close(it, "");
 }
 
 }  // namespace bmcsim::detail

@@ -55,9 +55,24 @@ struct Simulator::Impl {
         Kind kind;
         Bytes bytes;
         sockaddr_in to;
+        int fd;  // the socket the request came in on
     };
 
-    explicit Impl(Config c) : config(std::move(c)), engine([this](const std::string &l) { event(l); }) {}
+    explicit Impl(Config c) : config(std::move(c)), engine([this](const std::string &l) { event(l); })
+    {
+        stats.chassis = config.chassis;
+    }
+
+    // Under mu. A changed chassis configuration replaces the running chassis.
+    void replace(Config c)
+    {
+        c.address = config.address;
+        c.extra_addresses = config.extra_addresses;
+        c.port = config.port;
+        if (!(c.chassis == config.chassis)) stats.chassis = c.chassis;
+        config = std::move(c);
+        reset = true;
+    }
 
     void event(const std::string &line)
     {
@@ -81,14 +96,16 @@ struct Simulator::Impl {
                 auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(first->due - now).count();
                 wait_ms = ms < 0 ? 0 : static_cast<int>(ms) + 1;
             }
-            pollfd p[2] = {{fd, POLLIN, 0}, {wake, POLLIN, 0}};
-            int n = ::poll(p, 2, wait_ms);
+            std::vector<pollfd> p{{wake, POLLIN, 0}};
+            for (int f : fds) p.push_back({f, POLLIN, 0});
+            int n = ::poll(p.data(), p.size(), wait_ms);
             if (n < 0 && errno != EINTR) break;
-            if (n > 0 && (p[1].revents & POLLIN)) {
+            if (n > 0 && (p[0].revents & POLLIN)) {
                 uint64_t v;
                 if (::read(wake, &v, sizeof v) < 0) { /* nothing to drain */ }
             }
-            if (n > 0 && (p[0].revents & POLLIN)) receive(buf);
+            for (size_t i = 1; n > 0 && i < p.size(); ++i)
+                if (p[i].revents & POLLIN) receive(p[i].fd, buf);
             flush_due();
         }
     }
@@ -98,7 +115,7 @@ struct Simulator::Impl {
         return a.due != b.due ? a.due < b.due : a.order < b.order;
     }
 
-    void receive(std::vector<uint8_t> &buf)
+    void receive(int fd, std::vector<uint8_t> &buf)
     {
         sockaddr_in from{};
         socklen_t len = sizeof from;
@@ -115,7 +132,7 @@ struct Simulator::Impl {
                 reset = false;
             }
         }
-        detail::Outcome o = engine.handle(datagram, c);
+        detail::Outcome o = engine.handle(datagram, c, {ntohl(from.sin_addr.s_addr), ntohs(from.sin_port)});
         {
             std::lock_guard<std::mutex> g(mu);
             stats.received[static_cast<size_t>(o.kind)]++;
@@ -124,10 +141,11 @@ struct Simulator::Impl {
             stats.sessions_closed = engine.closed();
             stats.sessions = engine.sessions();
             stats.rejected_packets = engine.rejected();
+            stats.chassis = engine.chassis(c);
         }
         cv.notify_all();
         for (auto &out : o.out)
-            pending.push_back({at + std::chrono::milliseconds(out.delay_ms), seq++, o.kind, std::move(out.bytes), from});
+            pending.push_back({at + std::chrono::milliseconds(out.delay_ms), seq++, o.kind, std::move(out.bytes), from, fd});
     }
 
     void flush_due()
@@ -142,7 +160,7 @@ struct Simulator::Impl {
                 std::lock_guard<std::mutex> g(mu);
                 stats.sent.push_back({p.kind, now, p.bytes, {}});
             }
-            ::sendto(fd, p.bytes.data(), p.bytes.size(), 0, reinterpret_cast<const sockaddr *>(&p.to), sizeof p.to);
+            ::sendto(p.fd, p.bytes.data(), p.bytes.size(), 0, reinterpret_cast<const sockaddr *>(&p.to), sizeof p.to);
         }
         pending.erase(pending.begin(), pending.begin() + static_cast<long>(done));
     }
@@ -158,7 +176,8 @@ struct Simulator::Impl {
     std::vector<Pending> pending;
     uint64_t seq = 0;
 
-    int fd = -1, wake = -1;
+    std::vector<int> fds;
+    int wake = -1;
     std::atomic<bool> quit{false};
     std::thread thread;
 };
@@ -167,16 +186,16 @@ Simulator::Simulator(Config config) : impl_(std::make_unique<Impl>(std::move(con
 
 Simulator::~Simulator() { stop(); }
 
-void Simulator::start()
+namespace {
+
+int bound_socket(const std::string &address, uint16_t port)
 {
-    if (impl_->thread.joinable()) return;
-    Config c = config();
-    std::string where = c.address + ":" + std::to_string(c.port);
+    std::string where = address + ":" + std::to_string(port);
     sockaddr_in a{};
     a.sin_family = AF_INET;
-    a.sin_port = htons(c.port);
-    if (::inet_pton(AF_INET, c.address.c_str(), &a.sin_addr) != 1)
-        throw std::runtime_error("bmcsim: not an IPv4 address: " + c.address);
+    a.sin_port = htons(port);
+    if (::inet_pton(AF_INET, address.c_str(), &a.sin_addr) != 1)
+        throw std::runtime_error("bmcsim: not an IPv4 address: " + address);
     int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (fd < 0) throw std::runtime_error("bmcsim: cannot create a UDP socket: " + std::string(std::strerror(errno)));
     if (::bind(fd, reinterpret_cast<sockaddr *>(&a), sizeof a) != 0) {
@@ -184,15 +203,33 @@ void Simulator::start()
         ::close(fd);
         throw std::runtime_error("bmcsim: cannot bind UDP " + where + ": " + std::strerror(e));
     }
+    return fd;
+}
+
+}  // namespace
+
+void Simulator::start()
+{
+    if (impl_->thread.joinable()) return;
+    Config c = config();
+    std::vector<std::string> addresses{c.address};
+    addresses.insert(addresses.end(), c.extra_addresses.begin(), c.extra_addresses.end());
+    std::vector<int> fds;
+    try {
+        for (const auto &a : addresses) fds.push_back(bound_socket(a, c.port));
+    } catch (...) {
+        for (int f : fds) ::close(f);
+        throw;
+    }
     int wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (wake < 0) {
-        ::close(fd);
+        for (int f : fds) ::close(f);
         throw std::runtime_error("bmcsim: eventfd failed");
     }
-    impl_->fd = fd;
+    impl_->fds = fds;
     impl_->wake = wake;
     impl_->quit = false;
-    impl_->event("listening on " + where);
+    for (const auto &a : addresses) impl_->event("listening on " + a + ":" + std::to_string(c.port));
     impl_->thread = std::thread([this] { impl_->serve(); });
 }
 
@@ -203,9 +240,10 @@ void Simulator::stop()
     uint64_t one = 1;
     if (::write(impl_->wake, &one, sizeof one) < 0) { /* the poll timeout ends it */ }
     impl_->thread.join();
-    ::close(impl_->fd);
+    for (int f : impl_->fds) ::close(f);
     ::close(impl_->wake);
-    impl_->fd = impl_->wake = -1;
+    impl_->fds.clear();
+    impl_->wake = -1;
     impl_->pending.clear();
     impl_->event("stopped");
 }
@@ -215,10 +253,7 @@ bool Simulator::running() const { return impl_->thread.joinable(); }
 void Simulator::update(Config config)
 {
     std::lock_guard<std::mutex> g(impl_->mu);
-    config.address = impl_->config.address;
-    config.port = impl_->config.port;
-    impl_->config = std::move(config);
-    impl_->reset = true;
+    impl_->replace(std::move(config));
 }
 
 void Simulator::modify(const std::function<void(Config &)> &change)
@@ -226,10 +261,7 @@ void Simulator::modify(const std::function<void(Config &)> &change)
     std::lock_guard<std::mutex> g(impl_->mu);
     Config c = impl_->config;
     change(c);
-    c.address = impl_->config.address;
-    c.port = impl_->config.port;
-    impl_->config = std::move(c);
-    impl_->reset = true;
+    impl_->replace(std::move(c));
 }
 
 Config Simulator::config() const
@@ -247,7 +279,9 @@ Stats Simulator::stats() const
 void Simulator::clear_stats()
 {
     std::lock_guard<std::mutex> g(impl_->mu);
+    ChassisState chassis = impl_->stats.chassis;
     impl_->stats = Stats{};
+    impl_->stats.chassis = chassis;
 }
 
 bool Simulator::wait_for(Kind kind, size_t count, std::chrono::milliseconds timeout) const
