@@ -99,9 +99,12 @@ TEST_F(Establishment, EachSuiteAgreesOnIdsAndKeys)
         EXPECT_EQ(s->confidentiality_alg, suite >= 3 ? 1 : 0);
         EXPECT_EQ(0, std::memcmp(s->sik, info.sik.data(), 20)) << "suite " << suite;
         EXPECT_EQ(0, std::memcmp(s->cipher_key, info.k2.data(), 20)) << "suite " << suite;
-        if (suite == 0) EXPECT_EQ(std::string(20, '\0'), std::string(reinterpret_cast<const char *>(s->sik), 20));
-        if (suite < 3)
+        if (suite == 0) {
+            EXPECT_EQ(std::string(20, '\0'), std::string(reinterpret_cast<const char *>(s->sik), 20));
+        }
+        if (suite < 3) {
             EXPECT_EQ(std::string(20, '\0'), std::string(reinterpret_cast<const char *>(s->cipher_key), 20));
+        }
         EXPECT_EQ(s->send_seq_auth, 1u);
         EXPECT_EQ(s->send_seq_unauth, 1u);
         EXPECT_EQ(s->recv_window_auth, 0xFFFF);
