@@ -203,4 +203,53 @@ TEST_F(Cli, CompletionCodeIsReported)
     EXPECT_EQ(r.err, "rmcpp: mc info failed: completion code 0xC1 (invalid command)\n");
 }
 
+TEST_F(Cli, TwoKeyLoginWithKg)
+{
+    sim_->modify([](bmcsim::Config &c) { c.kg = bmcsim::Bytes{'k', 'e', 'y', 'g'}; });
+    auto r = rmcpp(as_admin(3, {"-k", "keyg", "session"}));
+    EXPECT_EQ(r.exit_code, 0) << r.err;
+    r = rmcpp(as_admin(3, {"-k", "nope", "session"}));
+    EXPECT_EQ(r.exit_code, 1);
+    EXPECT_EQ(r.err,
+              "rmcpp: establishment failed (66): the integrity check value in RAKP 4 did not match: the two sides "
+              "derived different session keys (wrong Kg?)\n");
+}
+
+TEST_F(Cli, NameOnlyLookupSetsTheRoleBit)
+{
+    const auto r = rmcpp(as_admin(3, {"--name-only", "-L", "OPERATOR", "session"}));
+    EXPECT_EQ(r.exit_code, 0) << r.err;
+    EXPECT_TRUE(contains(r.out, "Granted Privilege  : OPERATOR"));
+    const auto rakp1 = sim_->stats().of(bmcsim::Kind::Rakp1);
+    ASSERT_EQ(rakp1.size(), 1u);
+    EXPECT_EQ(rakp1[0][40], 0x13);
+}
+
+TEST_F(Cli, TargetAddressAndLunGoIntoTheRequest)
+{
+    const auto r = rmcpp(as_admin(2, {"-t", "0x24", "--lun", "2", "raw", "6", "1"}));
+    const auto messages = sim_->stats().messages();
+    ASSERT_FALSE(messages.empty()) << r.err;
+    EXPECT_EQ(messages[0][0], 0x24);              // rsAddr
+    EXPECT_EQ(messages[0][1], (0x06 << 2) | 2);   // netFn / rsLUN
+}
+
+TEST(CliPort, AlternativePort664)
+{
+    bmcsim::Config c;
+    c.address = testkit::loopback_text(kNobody);
+    c.port = 664;
+    c.users = {{"admin", "password", 4, true}};
+    bmcsim::Simulator sim(c);
+    sim.start();
+    auto r = testkit::run_program({RMCPP_CLI, "-H", testkit::loopback_text(kNobody), "-p", "664", "-U", "admin", "-P",
+                                   "password", "session"});
+    EXPECT_EQ(r.exit_code, 0) << r.err;
+    r = testkit::run_program({RMCPP_CLI, "-H", testkit::loopback_text(kNobody), "-U", "admin", "-P", "password", "-R",
+                              "1", "-N", "1", "session"});
+    EXPECT_EQ(r.exit_code, 1);
+    EXPECT_EQ(r.err, "rmcpp: establishment failed (34): the BMC did not answer the ASF presence ping\n");
+    sim.stop();
+}
+
 }  // namespace
