@@ -4,7 +4,7 @@
 // that proves the managed system knows the user's password.
 #include <algorithm>
 
-#include "RAKP_reply.h"
+#include "RAKP_common.h"
 #include "rmcpp.h"
 #include "wire.h"
 
@@ -25,15 +25,8 @@ RMCPP_API int Make_RAKPMessage1(RMCPp_SetupState *state, const uint8_t *rm, uint
 {
     const uint8_t name_length = state->user_name_length;
     const uint16_t payload_length = static_cast<uint16_t>(28 + name_length);
-    if (buffer_size < payload_length + 16u) {
-        lib_log(3, "Insufficient Data Size.\n");
-        return 3;
-    }
     uint32_t header_length = 0;
-    if (MakeRMCPHeader(buffer, &buffer_size, &header_length) != 0) {
-        lib_log(3, "Failed to make RMCP Header.\n");
-        return 3;
-    }
+    if (rmcpp::rakp::start_request(buffer, buffer_size, payload_length + 16u, header_length) != 0) return 3;
 
     Writer w(buffer + header_length, buffer_size - header_length);
     w.u8(0x06).u8(0x12).u32le(0).u32le(0).u16le(payload_length);

@@ -5,7 +5,7 @@
 // sides derived the same session integrity key.
 #include <algorithm>
 
-#include "RAKP_reply.h"
+#include "RAKP_common.h"
 #include "rmcpp.h"
 #include "wire.h"
 
@@ -48,16 +48,9 @@ RMCPP_API int MakeKeyExchange3(RMCPp_SetupState *state, const uint8_t *rc, uint8
 RMCPP_API int Make_RAKPMessage3(RMCPp_SetupState *state, uint8_t tag, uint8_t status, const uint8_t *rc,
                                 uint8_t role, uint8_t *buffer, uint32_t buffer_size, uint32_t *length_out)
 {
-    if (buffer_size < kShortLength) {
-        lib_log(3, "Insufficient Data Size.\n");
-        return 3;
-    }
-    *length_out = kShortLength;
     uint32_t header_length = 0;
-    if (MakeRMCPHeader(buffer, &buffer_size, &header_length) != 0) {
-        lib_log(3, "Failed to make RMCP Header.\n");
-        return 3;
-    }
+    if (rmcpp::rakp::start_request(buffer, buffer_size, kShortLength, header_length) != 0) return 3;
+    *length_out = kShortLength;
 
     Writer w(buffer + header_length, buffer_size - header_length);
     w.u8(0x06).u8(0x14).u32le(0).u32le(0);
@@ -93,7 +86,6 @@ RMCPP_API int Check_RAKPMessage4(RMCPp_SetupState *state, const uint8_t *data, u
     if (r != 0) return r;
     uint16_t wanted = 0;
     if (rmcpp::rakp::expected_payload_length(state->auth_alg, 8, 20, wanted) != 0) return 3;
-    // Unlike RAKP 2, a RAKP 4 of the wrong length is skipped: the wait goes on.
     if (head.payload_length != wanted) {
         lib_log(3, "Received Packet with number of Invalid Payload Length.\n");
         return 69;

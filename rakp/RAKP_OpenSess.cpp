@@ -3,6 +3,7 @@
 // algorithm; learns the managed system's session ID, the privilege it grants
 // and the algorithms it accepts. Also the check of the RMCP+ session header
 // of every pre-session response (Open Session Response, RAKP 2, RAKP 4).
+#include "RAKP_common.h"
 #include "rmcpp.h"
 #include "wire.h"
 
@@ -44,16 +45,9 @@ extern "C" {
 RMCPP_API int Make_OpenSessRequest(RMCPp_SetupState *state, uint8_t role, uint8_t tag, uint8_t *buffer,
                                    uint32_t buffer_size, uint32_t *length_out)
 {
-    if (buffer_size < kRequestLength) {
-        lib_log(3, "Insufficient Data Size.\n");
-        return 3;
-    }
-    *length_out = kRequestLength;
     uint32_t header_length = 0;
-    if (MakeRMCPHeader(buffer, &buffer_size, &header_length) != 0) {
-        lib_log(3, "Failed to make RMCP Header.\n");
-        return 3;
-    }
+    if (rmcpp::rakp::start_request(buffer, buffer_size, kRequestLength, header_length) != 0) return 3;
+    *length_out = kRequestLength;
 
     Writer w(buffer + header_length, buffer_size - header_length);
     // Session header: format RMCP+, payload type Open Session Request (not

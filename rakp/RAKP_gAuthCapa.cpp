@@ -3,6 +3,7 @@
 // supports RMCP+ at all, and carries the Kg, per-message and user-level
 // authentication status bits. The only IPMI v1.5 session framing the
 // library speaks.
+#include "RAKP_common.h"
 #include "rmcpp.h"
 #include "wire.h"
 
@@ -25,16 +26,9 @@ extern "C" {
 RMCPP_API int Make_GetAuthCapa_v15(RMCPp_SetupState *, const IPMI_MsgHeader *record, uint8_t privilege,
                                    uint8_t *buffer, uint32_t buffer_size, uint32_t *length_out)
 {
-    if (buffer_size < kRequestLength) {
-        lib_log(3, "Insufficient Data Size.\n");
-        return 3;
-    }
-    *length_out = kRequestLength;
     uint32_t header_length = 0;
-    if (MakeRMCPHeader(buffer, &buffer_size, &header_length) != 0) {
-        lib_log(3, "Failed to make RMCP Header.\n");
-        return 3;
-    }
+    if (rmcpp::rakp::start_request(buffer, buffer_size, kRequestLength, header_length) != 0) return 3;
+    *length_out = kRequestLength;
 
     const uint8_t rs[2] = {record->rs_addr,
                            static_cast<uint8_t>((record->req_netfn << 2) | (record->rs_lun & 3))};

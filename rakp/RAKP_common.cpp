@@ -1,6 +1,19 @@
-#include "RAKP_reply.h"
+#include "RAKP_common.h"
 
 namespace rmcpp::rakp {
+
+int start_request(uint8_t *buffer, uint32_t buffer_size, uint32_t needed, uint32_t &header_length)
+{
+    if (buffer_size < needed) {
+        lib_log(3, "Insufficient Data Size.\n");
+        return 3;
+    }
+    if (MakeRMCPHeader(buffer, &buffer_size, &header_length) != 0) {
+        lib_log(3, "Failed to make RMCP Header.\n");
+        return 3;
+    }
+    return 0;
+}
 
 int check_reply_head(const RMCPp_SetupState *state, const uint8_t *data, uint32_t length, uint8_t payload_type,
                      uint8_t tag, uint32_t *used, uint8_t *rakp_status, ReplyHead &head)

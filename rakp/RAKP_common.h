@@ -1,12 +1,17 @@
-// What RAKP Message 2 and RAKP Message 4 share: the pre-session header,
-// the payload length bounds, and the opening fields tag, status, reserved
-// and remote console session ID.
+// What the pre-session exchanges share: every request opens with the RMCP
+// header in a buffer large enough for it; RAKP Message 2 and RAKP Message 4
+// open with the same checks of the session header, the payload length and
+// the fields tag, status, reserved and remote console session ID.
 #pragma once
 
 #include "rmcpp.h"
 #include "wire.h"
 
 namespace rmcpp::rakp {
+
+// Checks that `buffer_size` holds `needed` bytes and writes the RMCP
+// header; logs and returns 3 when either fails.
+int start_request(uint8_t *buffer, uint32_t buffer_size, uint32_t needed, uint32_t &header_length);
 
 // RMCP+ status codes that a refused reply leaves in rakp_status.
 constexpr uint8_t kInactiveSessionId = 0x08;
