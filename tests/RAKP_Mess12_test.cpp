@@ -395,198 +395,141 @@ ScriptedPeer::Handler rakp2_peer(const char *password, uint8_t auth, std::functi
 
 }  // namespace
 
-TEST(Rakp12Phase, ReturnsRcAndKeepsTheGuidWhenTheCodeMatches)
+// The console is "admin" with password "secret" under RAKP-HMAC-SHA1
+// unless a test changes the state before run().
+class Rakp12Phase : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(link_.opened, 0);
+        set_user(s_, "admin", "secret");
+        s_.console_session_id = kConsoleSid;
+        s_.req_auth_alg = s_.auth_alg = 1;
+    }
+
+    // Runs RAKP 1/2 with `role` against a peer that answers with `handler`,
+    // keeping what the peer received.
+    int run(ScriptedPeer::Handler handler, uint8_t role = 0x04)
+    {
+        ScriptedPeer peer(kPeer, std::move(handler));
+        clear_trace();
+        const int r = RAKPMessage1_2(&s_, kRm.data(), role, 2, rc_, &rakp_status_);
+        peer.stop();
+        requests_ = peer.requests();
+        return r;
+    }
+
+    Link link_{kPeer};
+    RMCPp_SetupState &s_ = link_.state;
+    uint8_t rc_[16] = {};
+    uint8_t rakp_status_ = 0x77;
+    std::vector<Bytes> requests_;
+};
+
+TEST_F(Rakp12Phase, ReturnsRcAndKeepsTheGuidWhenTheCodeMatches)
 {
-    Link link(kPeer);
-    ASSERT_EQ(link.opened, 0);
-    RMCPp_SetupState &s = link.state;
-    set_user(s, "admin", "secret");
-    s.console_session_id = kConsoleSid;
-    s.bmc_session_id = kBmcSid;
-    s.req_auth_alg = s.auth_alg = 1;
-    ScriptedPeer peer(kPeer, rakp2_peer("secret", 1));
-    uint8_t rc[16] = {};
-    uint8_t rakp_status = 0x77;
-    clear_trace();
-    EXPECT_EQ(RAKPMessage1_2(&s, kRm.data(), 0x14, 2, rc, &rakp_status), 0);
-    peer.stop();
-    EXPECT_EQ(rakp_status, 0);
-    EXPECT_EQ(bytes_of(rc, 16), sequence16(0xC0));
-    EXPECT_EQ(bytes_of(s.bmc_guid, 16), sequence16(0x40));
+    s_.bmc_session_id = kBmcSid;
+    EXPECT_EQ(run(rakp2_peer("secret", 1), 0x14), 0);
+    EXPECT_EQ(rakp_status_, 0);
+    EXPECT_EQ(bytes_of(rc_, 16), sequence16(0xC0));
+    EXPECT_EQ(bytes_of(s_.bmc_guid, 16), sequence16(0x40));
     EXPECT_TRUE(log_lines().empty());
 
     uint8_t want[400];
     uint32_t want_length = 0;
-    ASSERT_EQ(Make_RAKPMessage1(&s, kRm.data(), 0x14, 2, want, sizeof want, &want_length), 0);
-    ASSERT_EQ(peer.requests().size(), 1u);
-    EXPECT_EQ(peer.requests()[0], bytes_of(want, want_length));
-    EXPECT_EQ(peer.requests()[0][40], 0x14);
+    ASSERT_EQ(Make_RAKPMessage1(&s_, kRm.data(), 0x14, 2, want, sizeof want, &want_length), 0);
+    ASSERT_EQ(requests_.size(), 1u);
+    EXPECT_EQ(requests_[0], bytes_of(want, want_length));
+    EXPECT_EQ(requests_[0][40], 0x14);
 }
 
-TEST(Rakp12Phase, AWrongCodeIsNoFailureButStatus15)
+TEST_F(Rakp12Phase, AWrongCodeIsNoFailureButStatus15)
 {
-    Link link(kPeer);
-    ASSERT_EQ(link.opened, 0);
-    RMCPp_SetupState &s = link.state;
-    set_user(s, "admin", "secret");
-    s.console_session_id = kConsoleSid;
-    s.req_auth_alg = s.auth_alg = 1;
-    ScriptedPeer peer(kPeer, rakp2_peer("secret", 1, [](Rakp2 &m) { m.code[19] ^= 0x80; }));
-    uint8_t rc[16] = {};
-    uint8_t rakp_status = 0;
-    clear_trace();
-    EXPECT_EQ(RAKPMessage1_2(&s, kRm.data(), 0x04, 2, rc, &rakp_status), 0);
-    peer.stop();
-    EXPECT_EQ(rakp_status, 15);
-    EXPECT_EQ(bytes_of(rc, 16), sequence16(0xC0));
+    EXPECT_EQ(run(rakp2_peer("secret", 1, [](Rakp2 &m) { m.code[19] ^= 0x80; })), 0);
+    EXPECT_EQ(rakp_status_, 15);
+    EXPECT_EQ(bytes_of(rc_, 16), sequence16(0xC0));
     EXPECT_EQ(log_lines(), Lines{"Received Key of RAKP Message 2 is invalid.\n\n"});
-    EXPECT_EQ(peer.requests().size(), 1u);
+    EXPECT_EQ(requests_.size(), 1u);
 }
 
-TEST(Rakp12Phase, AWrongPasswordGivesStatus15)
+TEST_F(Rakp12Phase, AWrongPasswordGivesStatus15)
 {
-    Link link(kPeer);
-    ASSERT_EQ(link.opened, 0);
-    RMCPp_SetupState &s = link.state;
-    set_user(s, "admin", "secret");
-    s.console_session_id = kConsoleSid;
-    s.req_auth_alg = s.auth_alg = 1;
-    ScriptedPeer peer(kPeer, rakp2_peer("Secret", 1));
-    uint8_t rc[16] = {};
-    uint8_t rakp_status = 0;
-    EXPECT_EQ(RAKPMessage1_2(&s, kRm.data(), 0x04, 2, rc, &rakp_status), 0);
-    peer.stop();
-    EXPECT_EQ(rakp_status, 15);
+    EXPECT_EQ(run(rakp2_peer("Secret", 1)), 0);
+    EXPECT_EQ(rakp_status_, 15);
 }
 
-TEST(Rakp12Phase, UnderRakpNoneTakesRcAndGuidWithoutACode)
+TEST_F(Rakp12Phase, UnderRakpNoneTakesRcAndGuidWithoutACode)
 {
-    Link link(kPeer);
-    ASSERT_EQ(link.opened, 0);
-    RMCPp_SetupState &s = link.state;
-    set_user(s, "", nullptr);
-    s.console_session_id = kConsoleSid;
-    ScriptedPeer peer(kPeer, rakp2_peer(nullptr, 0));
-    uint8_t rc[16] = {};
-    uint8_t rakp_status = 0x77;
-    clear_trace();
-    EXPECT_EQ(RAKPMessage1_2(&s, kRm.data(), 0x04, 2, rc, &rakp_status), 0);
-    peer.stop();
-    EXPECT_EQ(rakp_status, 0);
-    EXPECT_EQ(bytes_of(rc, 16), sequence16(0xC0));
-    EXPECT_EQ(bytes_of(s.bmc_guid, 16), sequence16(0x40));
+    set_user(s_, "", nullptr);
+    s_.req_auth_alg = s_.auth_alg = 0;
+    EXPECT_EQ(run(rakp2_peer(nullptr, 0)), 0);
+    EXPECT_EQ(rakp_status_, 0);
+    EXPECT_EQ(bytes_of(rc_, 16), sequence16(0xC0));
+    EXPECT_EQ(bytes_of(s_.bmc_guid, 16), sequence16(0x40));
     EXPECT_TRUE(log_lines().empty());
 }
 
-TEST(Rakp12Phase, KeepsWaitingPastAnAnswerWithASessionId)
+TEST_F(Rakp12Phase, KeepsWaitingPastAnAnswerWithASessionId)
 {
-    Link link(kPeer);
-    ASSERT_EQ(link.opened, 0);
-    RMCPp_SetupState &s = link.state;
-    set_user(s, "admin", "secret");
-    s.console_session_id = kConsoleSid;
-    s.req_auth_alg = s.auth_alg = 1;
     auto good = rakp2_peer("secret", 1);
-    ScriptedPeer peer(kPeer, [good](const Bytes &request, int index) {
-        std::vector<Bytes> replies = good(request, index);
-        SessionHeader h;
-        h.payload_type = 0x13;
-        h.session_id = 1;
-        Bytes stray = rmcp_plus(h, Bytes(replies[0].begin() + 16, replies[0].end()));
-        Bytes short_payload = rmcp_plus(0x13, Bytes{0x02, 0, 0, 0, 0, 0, 0});
-        return std::vector<Bytes>{stray, short_payload, replies[0]};
-    });
-    uint8_t rc[16] = {};
-    uint8_t rakp_status = 0;
-    clear_trace();
-    EXPECT_EQ(RAKPMessage1_2(&s, kRm.data(), 0x04, 2, rc, &rakp_status), 0);
-    peer.stop();
-    EXPECT_EQ(rakp_status, 0);
-    EXPECT_EQ(peer.requests().size(), 1u);
+    EXPECT_EQ(run([good](const Bytes &request, int index) {
+                  std::vector<Bytes> replies = good(request, index);
+                  SessionHeader h;
+                  h.payload_type = 0x13;
+                  h.session_id = 1;
+                  Bytes stray = rmcp_plus(h, Bytes(replies[0].begin() + 16, replies[0].end()));
+                  Bytes short_payload = rmcp_plus(0x13, Bytes{0x02, 0, 0, 0, 0, 0, 0});
+                  return std::vector<Bytes>{stray, short_payload, replies[0]};
+              }),
+              0);
+    EXPECT_EQ(rakp_status_, 0);
+    EXPECT_EQ(requests_.size(), 1u);
     EXPECT_TRUE(logged("Received unexpected Packet.(S_H SessID)\n"));
     EXPECT_TRUE(logged("Received Packet with number of Invalid Payload Length.\n"));
     EXPECT_FALSE(logged("Timeout, now retrying ...\n"));
 }
 
-TEST(Rakp12Phase, EndsAtOnceOnAnotherConsoleSessionId)
+TEST_F(Rakp12Phase, EndsAtOnceOnAnotherConsoleSessionId)
 {
-    Link link(kPeer);
-    ASSERT_EQ(link.opened, 0);
-    RMCPp_SetupState &s = link.state;
-    set_user(s, "admin", "secret");
-    s.console_session_id = kConsoleSid;
-    s.req_auth_alg = s.auth_alg = 1;
-    ScriptedPeer peer(kPeer, rakp2_peer("secret", 1, [](Rakp2 &m) { m.console_sid ^= 1; }));
-    uint8_t rc[16] = {};
-    uint8_t rakp_status = 0;
-    clear_trace();
-    EXPECT_EQ(RAKPMessage1_2(&s, kRm.data(), 0x04, 2, rc, &rakp_status), 66);
-    peer.stop();
-    EXPECT_EQ(rakp_status, 8);
-    EXPECT_EQ(peer.requests().size(), 1u);
-    EXPECT_EQ(bytes_of(rc, 16), Bytes(16, 0));
+    EXPECT_EQ(run(rakp2_peer("secret", 1, [](Rakp2 &m) { m.console_sid ^= 1; })), 66);
+    EXPECT_EQ(rakp_status_, 8);
+    EXPECT_EQ(requests_.size(), 1u);
+    EXPECT_EQ(bytes_of(rc_, 16), Bytes(16, 0));
     EXPECT_EQ(log_lines(),
               (Lines{"Received Packet with Invalid RC Session ID.\n", "Failed to do RAKP Message 1 & 2.\n"}));
 }
 
-TEST(Rakp12Phase, EndsAtOnceWithSixtyBytesUnderRakpNone)
+TEST_F(Rakp12Phase, EndsAtOnceWithSixtyBytesUnderRakpNone)
 {
-    Link link(kPeer);
-    ASSERT_EQ(link.opened, 0);
-    RMCPp_SetupState &s = link.state;
-    s.console_session_id = kConsoleSid;
-    ScriptedPeer peer(kPeer, rakp2_peer(nullptr, 0, [](Rakp2 &m) { m.code = Bytes(20, 0); }));
-    uint8_t rc[16] = {};
-    uint8_t rakp_status = 0;
-    EXPECT_EQ(RAKPMessage1_2(&s, kRm.data(), 0x04, 2, rc, &rakp_status), 66);
-    peer.stop();
-    EXPECT_EQ(rakp_status, 18);
-    EXPECT_EQ(peer.requests().size(), 1u);
+    s_.req_auth_alg = s_.auth_alg = 0;
+    EXPECT_EQ(run(rakp2_peer(nullptr, 0, [](Rakp2 &m) { m.code = Bytes(20, 0); })), 66);
+    EXPECT_EQ(rakp_status_, 18);
+    EXPECT_EQ(requests_.size(), 1u);
 }
 
-TEST(Rakp12Phase, EndsAtOnceOnAnErrorStatus)
+TEST_F(Rakp12Phase, EndsAtOnceOnAnErrorStatus)
 {
-    Link link(kPeer);
-    ASSERT_EQ(link.opened, 0);
-    RMCPp_SetupState &s = link.state;
-    set_user(s, "nobody", "secret");
-    s.console_session_id = kConsoleSid;
-    s.req_auth_alg = s.auth_alg = 1;
-    ScriptedPeer peer(kPeer, rakp2_peer("secret", 1, [](Rakp2 &m) {
-        m.status = 0x0D;
-        m.code.clear();
-    }));
-    uint8_t rc[16] = {};
-    uint8_t rakp_status = 0;
-    clear_trace();
-    EXPECT_EQ(RAKPMessage1_2(&s, kRm.data(), 0x04, 2, rc, &rakp_status), 65);
-    peer.stop();
-    EXPECT_EQ(peer.requests().size(), 1u);
+    set_user(s_, "nobody", "secret");
+    EXPECT_EQ(run(rakp2_peer("secret", 1, [](Rakp2 &m) {
+                  m.status = 0x0D;
+                  m.code.clear();
+              })),
+              65);
+    EXPECT_EQ(requests_.size(), 1u);
     EXPECT_EQ(log_lines(), (Lines{"[ Status Code ] ", "Unauthorized name.\n", "Received Packet with Error Status Code.\n",
                                   "Failed to do RAKP Message 1 & 2.\n"}));
 }
 
-TEST(Rakp12Phase, ResendsTheSameBytesAfterATimeout)
+TEST_F(Rakp12Phase, ResendsTheSameBytesAfterATimeout)
 {
-    Link link(kPeer);
-    ASSERT_EQ(link.opened, 0);
-    RMCPp_SetupState &s = link.state;
-    set_user(s, "admin", "secret");
-    s.console_session_id = kConsoleSid;
-    s.req_auth_alg = s.auth_alg = 1;
     auto good = rakp2_peer("secret", 1);
-    ScriptedPeer peer(kPeer, [good](const Bytes &request, int index) {
-        if (index == 0) return std::vector<Bytes>{};
-        return good(request, index);
-    });
-    uint8_t rc[16] = {};
-    uint8_t rakp_status = 0;
-    clear_trace();
-    EXPECT_EQ(RAKPMessage1_2(&s, kRm.data(), 0x04, 2, rc, &rakp_status), 0);
-    peer.stop();
-    const auto requests = peer.requests();
-    ASSERT_EQ(requests.size(), 2u);
-    EXPECT_EQ(requests[0], requests[1]);
-    EXPECT_EQ(rakp_status, 0);
+    EXPECT_EQ(run([good](const Bytes &request, int index) {
+                  if (index == 0) return std::vector<Bytes>{};
+                  return good(request, index);
+              }),
+              0);
+    ASSERT_EQ(requests_.size(), 2u);
+    EXPECT_EQ(requests_[0], requests_[1]);
+    EXPECT_EQ(rakp_status_, 0);
     EXPECT_EQ(testkit::count_logged("Timeout, now retrying ...\n"), 1);
 }
