@@ -389,161 +389,133 @@ struct Rakp4Peer {
 
 }  // namespace
 
-TEST(Rakp34Phase, SendsTheCodeAndAcceptsAFittingRakp4)
+// The console is "admin" with password "secret" under RAKP-HMAC-SHA1
+// unless a test changes the state before run().
+class Rakp34Phase : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(link_.opened, 0);
+        fill_session(s_, "admin", "secret");
+    }
+
+    // Runs RAKP 3/4 against a peer that answers with `handler`, keeping
+    // what the peer received.
+    int run(ScriptedPeer::Handler handler, uint8_t abort_only = 0)
+    {
+        ScriptedPeer peer(kPeer, std::move(handler));
+        clear_trace();
+        const int r = RAKPMessage3_4(&s_, kRm.data(), 0x04, 3, kRc.data(), &rakp_status_, abort_only);
+        peer.stop();
+        requests_ = peer.requests();
+        return r;
+    }
+
+    static ScriptedPeer::Handler silent()
+    {
+        return [](const Bytes &, int) { return std::vector<Bytes>{}; };
+    }
+
+    Link link_{kPeer};
+    RMCPp_SetupState &s_ = link_.state;
+    Rakp4Peer bmc_;
+    uint8_t rakp_status_ = 0;
+    std::vector<Bytes> requests_;
+};
+
+TEST_F(Rakp34Phase, SendsTheCodeAndAcceptsAFittingRakp4)
 {
-    Link link(kPeer);
-    ASSERT_EQ(link.opened, 0);
-    fill_session(link.state, "admin", "secret");
-    Rakp4Peer bmc;
-    ScriptedPeer peer(kPeer, bmc.handler(1));
-    uint8_t rakp_status = 0;
-    clear_trace();
-    EXPECT_EQ(RAKPMessage3_4(&link.state, kRm.data(), 0x04, 3, kRc.data(), &rakp_status, 0), 0);
-    peer.stop();
-    EXPECT_EQ(rakp_status, 0);
-    EXPECT_EQ(bmc.good_codes, 1);
-    ASSERT_EQ(peer.requests().size(), 1u);
-    EXPECT_EQ(peer.requests()[0],
+    EXPECT_EQ(run(bmc_.handler(1)), 0);
+    EXPECT_EQ(rakp_status_, 0);
+    EXPECT_EQ(bmc_.good_codes, 1);
+    ASSERT_EQ(requests_.size(), 1u);
+    EXPECT_EQ(requests_[0],
               cat({rakp3_header(28, 0), rakp3_code(padded("secret", 20), kRc, kConsoleSid, 0x04, "admin")}));
     EXPECT_TRUE(log_lines().empty());
 }
 
-TEST(Rakp34Phase, UnderRakpNoneSendsNoCodeAndWantsEightBytes)
+TEST_F(Rakp34Phase, UnderRakpNoneSendsNoCodeAndWantsEightBytes)
 {
-    Link link(kPeer);
-    ASSERT_EQ(link.opened, 0);
-    fill_session(link.state, "", nullptr, 0);
-    Rakp4Peer bmc;
-    ScriptedPeer peer(kPeer, bmc.handler(0));
-    uint8_t rakp_status = 0;
-    EXPECT_EQ(RAKPMessage3_4(&link.state, kRm.data(), 0x04, 3, kRc.data(), &rakp_status, 0), 0);
-    peer.stop();
-    ASSERT_EQ(peer.requests().size(), 1u);
-    EXPECT_EQ(peer.requests()[0], rakp3_header(8, 0));
+    fill_session(s_, "", nullptr, 0);
+    EXPECT_EQ(run(bmc_.handler(0)), 0);
+    ASSERT_EQ(requests_.size(), 1u);
+    EXPECT_EQ(requests_[0], rakp3_header(8, 0));
 }
 
-TEST(Rakp34Phase, AbortSendsTheStatusOnceWithoutWaiting)
+TEST_F(Rakp34Phase, AbortSendsTheStatusOnceWithoutWaiting)
 {
-    Link link(kPeer);
-    ASSERT_EQ(link.opened, 0);
-    fill_session(link.state, "admin", "secret");
-    Rakp4Peer bmc;
-    ScriptedPeer peer(kPeer, bmc.handler(1));
-    uint8_t rakp_status = 15;
-    clear_trace();
-    EXPECT_EQ(RAKPMessage3_4(&link.state, kRm.data(), 0x04, 3, kRc.data(), &rakp_status, 1), 66);
-    peer.stop();
-    ASSERT_EQ(peer.requests().size(), 1u);
-    EXPECT_EQ(peer.requests()[0], rakp3_header(8, 15));
-    EXPECT_EQ(rakp_status, 15);
+    rakp_status_ = 15;
+    EXPECT_EQ(run(bmc_.handler(1), 1), 66);
+    ASSERT_EQ(requests_.size(), 1u);
+    EXPECT_EQ(requests_[0], rakp3_header(8, 15));
+    EXPECT_EQ(rakp_status_, 15);
     EXPECT_TRUE(log_lines().empty());
     // Nothing was read: the managed system's RAKP 4 still waits in the socket.
     uint8_t left[64];
-    EXPECT_EQ(recv(link.state.socket_fd, left, sizeof left, MSG_DONTWAIT), 36);
+    EXPECT_EQ(recv(s_.socket_fd, left, sizeof left, MSG_DONTWAIT), 36);
 }
 
-TEST(Rakp34Phase, AWrongIntegrityCheckValueEndsWith66AndStatus15)
+TEST_F(Rakp34Phase, AWrongIntegrityCheckValueEndsWith66AndStatus15)
 {
-    Link link(kPeer);
-    ASSERT_EQ(link.opened, 0);
-    fill_session(link.state, "admin", "secret");
-    Rakp4Peer bmc;
-    ScriptedPeer peer(kPeer, bmc.handler(1, [](Rakp4 &m, int) { m.icv[11] ^= 0x01; }));
-    uint8_t rakp_status = 0;
-    clear_trace();
-    EXPECT_EQ(RAKPMessage3_4(&link.state, kRm.data(), 0x04, 3, kRc.data(), &rakp_status, 0), 66);
-    peer.stop();
-    EXPECT_EQ(rakp_status, 15);
-    EXPECT_EQ(peer.requests().size(), 1u);
+    EXPECT_EQ(run(bmc_.handler(1, [](Rakp4 &m, int) { m.icv[11] ^= 0x01; })), 66);
+    EXPECT_EQ(rakp_status_, 15);
+    EXPECT_EQ(requests_.size(), 1u);
     EXPECT_EQ(log_lines(), Lines{"Received Key of RAKP Message 4 is invalid.\n\n"});
 }
 
-TEST(Rakp34Phase, AnotherTagEndsWith66AndStatus18)
+TEST_F(Rakp34Phase, AnotherTagEndsWith66AndStatus18)
 {
-    Link link(kPeer);
-    ASSERT_EQ(link.opened, 0);
-    fill_session(link.state, "admin", "secret");
-    Rakp4Peer bmc;
-    ScriptedPeer peer(kPeer, bmc.handler(1, [](Rakp4 &m, int) { m.tag = 2; }));
-    uint8_t rakp_status = 0;
-    clear_trace();
-    EXPECT_EQ(RAKPMessage3_4(&link.state, kRm.data(), 0x04, 3, kRc.data(), &rakp_status, 0), 66);
-    peer.stop();
-    EXPECT_EQ(rakp_status, 18);
-    EXPECT_EQ(peer.requests().size(), 1u);
+    EXPECT_EQ(run(bmc_.handler(1, [](Rakp4 &m, int) { m.tag = 2; })), 66);
+    EXPECT_EQ(rakp_status_, 18);
+    EXPECT_EQ(requests_.size(), 1u);
     EXPECT_EQ(log_lines(),
               (Lines{"Received Packet with Invalid Message Tag.\n", "Failed to do RAKP Message 3 & 4.\n"}));
 }
 
-TEST(Rakp34Phase, AnErrorStatusEndsWith65)
+TEST_F(Rakp34Phase, AnErrorStatusEndsWith65)
 {
-    Link link(kPeer);
-    ASSERT_EQ(link.opened, 0);
-    fill_session(link.state, "admin", "secret");
-    Rakp4Peer bmc;
-    ScriptedPeer peer(kPeer, bmc.handler(1, [](Rakp4 &m, int) {
-        m.status = 0x0F;
-        m.icv.clear();
-    }));
-    uint8_t rakp_status = 0;
-    clear_trace();
-    EXPECT_EQ(RAKPMessage3_4(&link.state, kRm.data(), 0x04, 3, kRc.data(), &rakp_status, 0), 65);
-    peer.stop();
-    EXPECT_EQ(peer.requests().size(), 1u);
+    EXPECT_EQ(run(bmc_.handler(1,
+                               [](Rakp4 &m, int) {
+                                   m.status = 0x0F;
+                                   m.icv.clear();
+                               })),
+              65);
+    EXPECT_EQ(requests_.size(), 1u);
     EXPECT_EQ(log_lines(), (Lines{"[ Status Code ] ", "Invalid integrity check value.\n",
                                   "Received Packet with Error Status Code.\n", "Failed to do RAKP Message 3 & 4.\n"}));
 }
 
-TEST(Rakp34Phase, SkipsTwentyEightPayloadBytesAndResendsAfterTheTimeout)
+TEST_F(Rakp34Phase, SkipsTwentyEightPayloadBytesAndResendsAfterTheTimeout)
 {
-    Link link(kPeer);
-    ASSERT_EQ(link.opened, 0);
-    fill_session(link.state, "admin", "secret");
-    Rakp4Peer bmc;
-    ScriptedPeer peer(kPeer, bmc.handler(1, [](Rakp4 &m, int index) {
-        if (index == 0) m.icv.resize(20, 0);
-    }));
-    uint8_t rakp_status = 0;
-    clear_trace();
-    EXPECT_EQ(RAKPMessage3_4(&link.state, kRm.data(), 0x04, 3, kRc.data(), &rakp_status, 0), 0);
-    peer.stop();
-    EXPECT_EQ(rakp_status, 0);
-    const auto requests = peer.requests();
-    ASSERT_EQ(requests.size(), 2u);
-    EXPECT_EQ(requests[0], requests[1]);
-    EXPECT_EQ(bmc.good_codes, 2);
+    EXPECT_EQ(run(bmc_.handler(1,
+                               [](Rakp4 &m, int index) {
+                                   if (index == 0) m.icv.resize(20, 0);
+                               })),
+              0);
+    EXPECT_EQ(rakp_status_, 0);
+    ASSERT_EQ(requests_.size(), 2u);
+    EXPECT_EQ(requests_[0], requests_[1]);
+    EXPECT_EQ(bmc_.good_codes, 2);
     EXPECT_TRUE(logged("Received Packet with number of Invalid Payload Length.\n"));
     EXPECT_EQ(testkit::count_logged("Timeout, now retrying ...\n"), 1);
 }
 
-TEST(Rakp34Phase, GivesUpWith4WhenNobodyAnswers)
+TEST_F(Rakp34Phase, GivesUpWith4WhenNobodyAnswers)
 {
-    Link link(kPeer, 1);
-    ASSERT_EQ(link.opened, 0);
-    fill_session(link.state, "admin", "secret");
-    ScriptedPeer peer(kPeer, [](const Bytes &, int) { return std::vector<Bytes>{}; });
-    uint8_t rakp_status = 0;
-    clear_trace();
-    EXPECT_EQ(RAKPMessage3_4(&link.state, kRm.data(), 0x04, 3, kRc.data(), &rakp_status, 0), 4);
-    peer.stop();
-    EXPECT_EQ(peer.requests().size(), 1u);
+    s_.retry_count = 1;
+    EXPECT_EQ(run(silent()), 4);
+    EXPECT_EQ(requests_.size(), 1u);
     const Lines lines = log_lines();
     ASSERT_GE(lines.size(), 2u);
     EXPECT_EQ(lines[lines.size() - 2], "Re-try over.\n");
     EXPECT_EQ(lines.back(), "Failed to do RAKP Message 3 & 4.\n");
 }
 
-TEST(Rakp34Phase, ARakp3ThatCannotBeBuiltEndsWith3BeforeAnythingIsSent)
+TEST_F(Rakp34Phase, ARakp3ThatCannotBeBuiltEndsWith3BeforeAnythingIsSent)
 {
-    Link link(kPeer);
-    ASSERT_EQ(link.opened, 0);
-    fill_session(link.state, "admin", "secret", 2);
-    ScriptedPeer peer(kPeer, [](const Bytes &, int) { return std::vector<Bytes>{}; });
-    uint8_t rakp_status = 0;
-    clear_trace();
-    EXPECT_EQ(RAKPMessage3_4(&link.state, kRm.data(), 0x04, 3, kRc.data(), &rakp_status, 0), 3);
-    peer.stop();
-    EXPECT_EQ(peer.requests().size(), 0u);
+    fill_session(s_, "admin", "secret", 2);
+    EXPECT_EQ(run(silent()), 3);
+    EXPECT_EQ(requests_.size(), 0u);
     EXPECT_EQ(log_lines(), (Lines{"Not - supported Authentication algorithm.\n",
                                   "Failed to calculate Hash Key for RAKP Message 3.\n\n",
                                   "Failed to make RAKP Message 3.\n"}));
