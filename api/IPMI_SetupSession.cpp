@@ -7,8 +7,6 @@
 
 #include "rmcpp.h"
 
-static_assert(sizeof(RMCPp_Session) == 80, "the session record is 80 bytes");
-
 extern "C" {
 
 RMCPP_API uint8_t RMCPConnectSA = 0x71;
