@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   build-essential cmake pkg-config
   libssl-dev libgtest-dev libgmock-dev libbenchmark-dev
-  iproute2 util-linux procps
+  iproute2 util-linux procps file
   openipmi ipmitool freeipmi-tools
 )
 
