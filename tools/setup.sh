@@ -26,5 +26,6 @@ else
   exit 1
 fi
 echo "rmcpp: installing ${missing[*]}"
-"${as_root[@]}" apt-get update -qq
+"${as_root[@]}" apt-get update -qq ||
+  echo "rmcpp: apt-get update reported errors; trying the install with the package lists there are"
 DEBIAN_FRONTEND=noninteractive "${as_root[@]}" apt-get install -y -qq "${missing[@]}" >/dev/null
