@@ -8,7 +8,8 @@
 # yet (or whose i386 index fails to download). This script then installs the
 # newest version that both architectures have, for both, and says so. When no
 # such version can be installed, it unpacks the i386 packages into
-# build-i386/sysroot with `apt-get download` and builds against that.
+# build-i386/sysroot with `apt-get download` and builds against that
+# (RMCPP_I386_UNPACK=1 takes that way on purpose).
 #
 # Exit status: 0 when the i386 build passed every test; 1 when it failed;
 # 3 when the machine could not be given the i386 packages at all (the reason
@@ -42,7 +43,9 @@ installed() { dpkg-query -W -f='${Version}' "$1" 2>/dev/null || true; }
 sysroot=""
 ssl_i386=$(installed libssl-dev:i386)
 ssl_amd64=$(installed libssl3:amd64)
-if [ -n "$ssl_i386" ] && [ "$ssl_i386" = "$ssl_amd64" ]; then
+if [ -n "${RMCPP_I386_UNPACK:-}" ]; then
+  say "RMCPP_I386_UNPACK is set: unpacking the i386 OpenSSL packages instead of installing them"
+elif [ -n "$ssl_i386" ] && [ "$ssl_i386" = "$ssl_amd64" ]; then
   say "libssl-dev:i386 $ssl_i386 is installed"
 elif [ -n "$ssl_amd64" ] && versions libssl-dev:i386 | grep -qxF "$ssl_amd64" &&
      apt_install "libssl3:i386=$ssl_amd64" "libssl-dev:i386=$ssl_amd64"; then
@@ -57,14 +60,19 @@ else
     say "installed libssl3 and libssl-dev $common for amd64 and i386"
   else
     say "apt could not install libssl-dev:i386 beside the amd64 one; unpacking the i386 packages instead"
-    sysroot=$PWD/build-i386/sysroot
-    rm -rf "$sysroot" build-i386/debs && mkdir -p "$sysroot" build-i386/debs
-    if ! (cd build-i386/debs && apt-get download -qq libssl3:i386 libssl-dev:i386); then
-      say "SKIPPED: the i386 OpenSSL packages could not be downloaded either"
-      exit 3
-    fi
-    for deb in build-i386/debs/*.deb; do dpkg-deb -x "$deb" "$sysroot"; done
+    sysroot=unpack
   fi
+fi
+if [ -n "${RMCPP_I386_UNPACK:-}" ] || [ "$sysroot" = unpack ]; then
+  sysroot=$PWD/build-i386/sysroot
+  rm -rf "$sysroot" build-i386/debs && mkdir -p "$sysroot" build-i386/debs
+  if ! (cd build-i386/debs && apt-get download -qq -o APT::Sandbox::User=root libssl3:i386 libssl-dev:i386); then
+    say "SKIPPED: the i386 OpenSSL packages could not be downloaded either"
+    exit 3
+  fi
+  for deb in build-i386/debs/*.deb; do dpkg-deb -x "$deb" "$sysroot"; done
+  # One include directory: the architecture's configuration headers join the common ones.
+  cp "$sysroot"/usr/include/i386-linux-gnu/openssl/* "$sysroot"/usr/include/openssl/
 fi
 
 # ------------------------------------------------------------ build and test
@@ -73,9 +81,7 @@ options=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_FLAGS=-m32 -DCMAKE_CXX_FLAG
 export PKG_CONFIG_LIBDIR=/usr/lib/i386-linux-gnu/pkgconfig:/usr/share/pkgconfig
 if [ -n "$sysroot" ]; then
   ssl_lib=$sysroot/usr/lib/i386-linux-gnu
-  # The architecture-specific configuration header sits beside the common ones.
-  options+=(-DOPENSSL_ROOT_DIR="$sysroot/usr"
-            -DOPENSSL_INCLUDE_DIR="$sysroot/usr/include;$sysroot/usr/include/i386-linux-gnu"
+  options+=(-DOPENSSL_ROOT_DIR="$sysroot/usr" -DOPENSSL_INCLUDE_DIR="$sysroot/usr/include"
             -DOPENSSL_CRYPTO_LIBRARY="$ssl_lib/libcrypto.so")
   export LD_LIBRARY_PATH=$ssl_lib${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}
 fi
