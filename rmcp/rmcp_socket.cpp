@@ -77,6 +77,9 @@ RMCPP_API int Send_RMCP(int socket_fd, const uint8_t *buffer, uint32_t length, i
 
 // The wait uses poll, not select: an fd_set holds only descriptors below
 // FD_SETSIZE, and a long-running host may well have more open than that.
+// A datagram longer than the buffer is never handed on cut: it is consumed,
+// its full size is stored through `length` and the result is 2, so callers
+// can tell it from a socket error by a length above their buffer size.
 RMCPP_API int Receive_RMCP(int socket_fd, uint8_t *buffer, uint32_t *length, int flags, const struct timeval *limit)
 {
     struct pollfd readable = {socket_fd, POLLIN, 0};
@@ -99,7 +102,8 @@ RMCPP_API int Receive_RMCP(int socket_fd, uint8_t *buffer, uint32_t *length, int
         lib_log(3, "Unknown descripter returned from select.\n");
         return 2;
     }
-    const ssize_t n = recv(socket_fd, buffer, *length, flags);
+    const uint32_t size = *length;
+    const ssize_t n = recv(socket_fd, buffer, size, flags | MSG_TRUNC);
     if (n < 0) {
         lib_log(3, "Returned error from inner [ recv ].\n");
         return 2;
@@ -109,7 +113,7 @@ RMCPP_API int Receive_RMCP(int socket_fd, uint8_t *buffer, uint32_t *length, int
         return 2;
     }
     *length = static_cast<uint32_t>(n);
-    return 0;
+    return static_cast<size_t>(n) > size ? 2 : 0;
 }
 
 }  // extern "C"
