@@ -216,11 +216,13 @@ RMCPP_API int IPMI_Message_IF_core(IPMI_SessionParam *param, const uint8_t *requ
         }
         const int result = ipmi_recv(param->session, request, &start, wait_sec, response,
                                      static_cast<uint16_t>(response_size), response_length, expected_flags);
-        if (response_size > 6) {
-            rmcpp::wire::Reader r(response, response_size);
+        // Only an accepted response has been written to the buffer, and it
+        // always holds its completion code (byte 6).
+        if (result == 0) {
+            rmcpp::wire::Reader r(response, *response_length);
             r.skip(6);
             const uint8_t completion_code = r.u8();
-            if (completion_code != 0) trace_completion_code(completion_code, request, request_length);
+            if (r.ok() && completion_code != 0) trace_completion_code(completion_code, request, request_length);
         }
         if (param->session->closed) {
             release_session(param);

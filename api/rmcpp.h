@@ -339,6 +339,7 @@ RMCPP_API void BinToHex(char *text, const uint8_t *bytes, int bits);
 /* ------------------------------------------------------------------ */
 RMCPP_API int init_socket(int *socket_fd, uint32_t address, uint32_t port, uint16_t local_port);
 RMCPP_API int Send_RMCP(int socket_fd, const uint8_t *buffer, uint32_t length, int flags);
+/* A datagram longer than the buffer is dropped whole: result 2, *length = its size. */
 RMCPP_API int Receive_RMCP(int socket_fd, uint8_t *buffer, uint32_t *length, int flags,
                            const struct timeval *limit);
 RMCPP_API int ReadTimer(const struct timeval *start, const struct timeval *limit, struct timeval *left);

@@ -246,6 +246,13 @@ Step check_datagram(RMCPp_Session *session, uint8_t *datagram, uint32_t length, 
     return Step::Accepted;
 }
 
+// A datagram longer than the receive buffer has been dropped whole by
+// Receive_RMCP; it counts as a rejected packet.
+void oversize(uint32_t length, uint32_t size)
+{
+    lib_log(1, "Received packet of %u bytes is longer than the receive buffer (%u bytes).\n", length, size);
+}
+
 }  // namespace
 
 extern "C" {
@@ -271,6 +278,10 @@ RMCPP_API int RMCPp_Get_Message(RMCPp_Session *session, uint8_t *output, uint32_
         }
         uint32_t length = size;
         const int received = Receive_RMCP(session->socket_fd, datagram, &length, 0, &remaining);
+        if (received == 2 && length > size) {
+            oversize(length, size);
+            continue;
+        }
         if (received != 0) {
             result = received == 1 ? 7 : 9;
             break;
@@ -307,7 +318,10 @@ RMCPP_API int RMCPp_Get_Message_Nowait(RMCPp_Session *session, uint8_t *output, 
     uint32_t length = size;
     const struct timeval no_wait = {0, 0};
     const int received = Receive_RMCP(session->socket_fd, datagram, &length, 0, &no_wait);
-    if (received != 0) {
+    if (received == 2 && length > size) {
+        oversize(length, size);
+        result = 1;
+    } else if (received != 0) {
         result = received == 1 ? 7 : 9;
     } else {
         switch (check_datagram(session, datagram, length, output, output_length, output_size, security_bits)) {

@@ -1,7 +1,7 @@
 // The session's UDP socket: bound locally, connected to the managed system.
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <sys/select.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -75,23 +75,35 @@ RMCPP_API int Send_RMCP(int socket_fd, const uint8_t *buffer, uint32_t length, i
     return 0;
 }
 
+// The wait uses poll, not select: an fd_set holds only descriptors below
+// FD_SETSIZE, and a long-running host may well have more open than that.
+// A datagram longer than the buffer is never handed on cut: it is consumed,
+// its full size is stored through `length` and the result is 2, so callers
+// can tell it from a socket error by a length above their buffer size.
 RMCPP_API int Receive_RMCP(int socket_fd, uint8_t *buffer, uint32_t *length, int flags, const struct timeval *limit)
 {
-    fd_set readable;
-    FD_ZERO(&readable);
-    FD_SET(socket_fd, &readable);
-    struct timeval wait = *limit;  // select may rewrite it; the caller's limit stays
-    const int ready = select(socket_fd + 1, &readable, nullptr, nullptr, &wait);
+    struct pollfd readable = {socket_fd, POLLIN, 0};
+    // ppoll leaves the caller's limit alone and, like select, carries whole
+    // seconds out of the microseconds and refuses a negative limit instead
+    // of waiting forever.
+    const struct timespec wait = {limit->tv_sec + limit->tv_usec / 1000000,
+                                  static_cast<long>(limit->tv_usec % 1000000) * 1000};
+    const int ready = ppoll(&readable, 1, &wait, nullptr);
     if (ready < 0) return 2;
     if (ready == 0) {
         lib_log(1, "Timeout, could not receive any packet.\n");
         return 1;
     }
-    if (!FD_ISSET(socket_fd, &readable)) {
+    // A closed descriptor: select failed on it without a message.
+    if (readable.revents & POLLNVAL) return 2;
+    // A pending socket error made select report the descriptor readable;
+    // recv then reports the error itself.
+    if ((readable.revents & (POLLIN | POLLERR | POLLHUP)) == 0) {
         lib_log(3, "Unknown descripter returned from select.\n");
         return 2;
     }
-    const ssize_t n = recv(socket_fd, buffer, *length, flags);
+    const uint32_t size = *length;
+    const ssize_t n = recv(socket_fd, buffer, size, flags | MSG_TRUNC);
     if (n < 0) {
         lib_log(3, "Returned error from inner [ recv ].\n");
         return 2;
@@ -101,7 +113,7 @@ RMCPP_API int Receive_RMCP(int socket_fd, uint8_t *buffer, uint32_t *length, int
         return 2;
     }
     *length = static_cast<uint32_t>(n);
-    return 0;
+    return static_cast<size_t>(n) > size ? 2 : 0;
 }
 
 }  // extern "C"
