@@ -71,7 +71,10 @@ RMCPP_API int CheckTimeOver(const struct timeval *start, const struct timeval *n
 
 RMCPP_API int ReadTimer(const struct timeval *start, const struct timeval *limit, struct timeval *left)
 {
-    if (start == nullptr || limit == nullptr || left == nullptr) return invalid_times();
+    if (start == nullptr || limit == nullptr || left == nullptr) {
+        if (left != nullptr) *left = {0, 0};
+        return invalid_times();
+    }
     struct timeval now;
     if (gettimeofday(&now, nullptr) != 0) {
         lib_log(3, "Failed to get current time.\n");
