@@ -1654,7 +1654,10 @@ std::string row_name(const ::testing::TestParamInfo<size_t> &info)
     std::string name = std::string(p.function) + "_";
     bool gap = false;
     for (const char *c = p.probe; *c; ++c) {
-        if (std::isalnum(static_cast<unsigned char>(*c))) {
+        if (*c == '-') {
+            name += "Minus";
+            gap = false;
+        } else if (std::isalnum(static_cast<unsigned char>(*c))) {
             name += gap ? static_cast<char>(std::toupper(static_cast<unsigned char>(*c))) : *c;
             gap = false;
         } else {
