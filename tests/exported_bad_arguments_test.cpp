@@ -1566,6 +1566,7 @@ void vector_file_rows(std::vector<Probe> &rows)
                             const char *p[4];
                             for (int i = 0; i < 4; ++i) {
                                 names[i] = temp_path(("kat" + std::to_string(i)).c_str());
+                                std::filesystem::remove(names[i]);
                                 p[i] = missing == i ? nullptr : names[i].c_str();
                             }
                             const int r = makeKATs(p[0], p[1], p[2], p[3]);
@@ -1580,6 +1581,7 @@ void vector_file_rows(std::vector<Probe> &rows)
                             const char *p[4];
                             for (int i = 0; i < 4; ++i) {
                                 names[i] = temp_path(("mct" + std::to_string(i)).c_str());
+                                std::filesystem::remove(names[i]);
                                 p[i] = missing == i ? nullptr : names[i].c_str();
                             }
                             const int r = makeMCTs(p[0], p[1], p[2], p[3]);
