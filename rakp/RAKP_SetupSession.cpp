@@ -51,7 +51,8 @@ RMCPP_API int RetryRoutine_RAKP(RMCPp_SetupState *state, uint8_t *request, uint3
                                 uint32_t *payload_offset, uint8_t *rakp_status, uint8_t send_only,
                                 const IPMI_MsgHeader *expected, uint8_t tag)
 {
-    if (rmcpp::args::any_null(state, request, response, response_length, payload_offset)) return rmcpp::args::null_input();
+    if (rmcpp::args::any_null(state, request, response, response_length, payload_offset))
+        return rmcpp::args::null_input();
     // The IPMI v1.5 checker matches against `expected`; the RAKP checkers
     // write the RMCP+ status.
     if ((response_type == 0x00 && expected == nullptr) ||

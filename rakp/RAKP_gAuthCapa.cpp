@@ -94,7 +94,8 @@ RMCPP_API int Check_IPMIv15_NonAuth(RMCPp_SetupState *, const uint8_t *data, uin
 RMCPP_API int Check_GetAuthCapa_v15(const uint8_t *data, uint32_t length, uint8_t *not_supported,
                                     uint8_t *kg_status, uint8_t *per_msg_auth_status, uint8_t *user_auth_status)
 {
-    if (rmcpp::args::any_null(data, not_supported, kg_status, per_msg_auth_status, user_auth_status)) return rmcpp::args::null_input();
+    if (rmcpp::args::any_null(data, not_supported, kg_status, per_msg_auth_status, user_auth_status))
+        return rmcpp::args::null_input();
     Reader r(data, length);
     const uint8_t completion_code = r.u8();
     if (completion_code != 0) {

@@ -991,7 +991,8 @@ void packet_rows(std::vector<Probe> &rows)
                          const timeval timeout = {0, 0};
                          int r;
                          if (std::strcmp(name, "RMCPp_Get_Message") == 0)
-                             r = RMCPp_Get_Message(bad == kGSession ? nullptr : &s, bad == kGOutput ? nullptr : *out.p(),
+                             r = RMCPp_Get_Message(bad == kGSession ? nullptr : &s,
+                                                   bad == kGOutput ? nullptr : *out.p(),
                                                    bad == kGLength ? nullptr : length.p(), 64,
                                                    bad == kGStart ? nullptr : &start,
                                                    bad == kGTimeout ? nullptr : &timeout,
@@ -1163,7 +1164,8 @@ void transport_rows(std::vector<Probe> &rows)
     rows.push_back(receive("length null", 0, true, false, true, kNull));
     rows.push_back(receive("limit null", 0, true, true, false, kNull));
     rows.push_back(receive("descriptor -1", -1, true, true, true, "Invalid socket descriptor = -1.\n"));
-    rows.push_back(receive("descriptor INT_MIN", INT_MIN, true, true, true, "Invalid socket descriptor = -2147483648.\n"));
+    rows.push_back(
+        receive("descriptor INT_MIN", INT_MIN, true, true, true, "Invalid socket descriptor = -2147483648.\n"));
 
     for (int missing = 0; missing < 3; ++missing) {
         static const char *const probes[] = {"start null", "limit null", "left null"};
