@@ -33,7 +33,4 @@ inline int invalid_length()
 // that MakeSessionID chose; a record with ID 0 never held a session.
 inline bool never_opened(const RMCPp_Session *session) { return session->console_session_id == 0; }
 
-// No UDP datagram is longer.
-constexpr uint32_t kMaxDatagram = 65535;
-
 }  // namespace rmcpp::args

@@ -70,7 +70,6 @@ RMCPP_API int init_socket(int *socket_fd, uint32_t address, uint32_t port, uint1
 RMCPP_API int Send_RMCP(int socket_fd, const uint8_t *buffer, uint32_t length, int flags)
 {
     if (buffer == nullptr) return rmcpp::args::null_input();
-    if (length > rmcpp::args::kMaxDatagram) return rmcpp::args::invalid_length();
     const ssize_t sent = send(socket_fd, buffer, length, flags);
     if (sent == -1) {
         lib_log(3, "Failed to send RMCP packet\n");

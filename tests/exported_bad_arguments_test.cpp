@@ -1140,10 +1140,6 @@ void transport_rows(std::vector<Probe> &rows)
 
     rows.push_back({"Send_RMCP", "buffer null", [] { return Outcome{Send_RMCP(-1, nullptr, 12, 0), true}; }, kInvalid,
                     kNull});
-    rows.push_back({"Send_RMCP", "length 65536",
-                    [] { return Outcome{Send_RMCP(-1, kData, 65536, 0), true}; }, kInvalid, kBadLength});
-    rows.push_back({"Send_RMCP", "length UINT32_MAX",
-                    [] { return Outcome{Send_RMCP(-1, kData, UINT32_MAX, 0), true}; }, kInvalid, kBadLength});
     rows.push_back({"Send_RMCP", "descriptor -1", [] { return Outcome{Send_RMCP(-1, kData, 12, 0), true}; }, 1,
                     "Failed to send RMCP packet\n"});
 
