@@ -47,6 +47,10 @@ inline void store_be(uint8_t *p, uint32_t w)
     p[3] = static_cast<uint8_t>(w);
 }
 
+// The largest schedule holds 4 * (14 + 1) words: a longer round count
+// would read past it.
+inline bool schedule_fits(int Nr) { return Nr >= 0 && Nr <= 14; }
+
 inline uint32_t b0(uint32_t w) { return w >> 24; }
 inline uint32_t b1(uint32_t w) { return (w >> 16) & 0xff; }
 inline uint32_t b2(uint32_t w) { return (w >> 8) & 0xff; }
@@ -157,6 +161,7 @@ extern "C" {
 
 int rijndaelKeySetupEnc(uint32_t rk[], const uint8_t cipherKey[], int keyBits)
 {
+    if (rk == nullptr || cipherKey == nullptr) return 0;
     rk[0] = load_be(cipherKey);
     rk[1] = load_be(cipherKey + 4);
     rk[2] = load_be(cipherKey + 8);
@@ -205,6 +210,7 @@ int rijndaelKeySetupEnc(uint32_t rk[], const uint8_t cipherKey[], int keyBits)
 
 int rijndaelKeySetupDec(uint32_t rk[], const uint8_t cipherKey[], int keyBits)
 {
+    if (rk == nullptr || cipherKey == nullptr) return 0;
     const int Nr = rijndaelKeySetupEnc(rk, cipherKey, keyBits);
     for (int i = 0, j = 4 * Nr; i < j; i += 4, j -= 4) {
         for (int w = 0; w < 4; ++w) {
@@ -219,6 +225,7 @@ int rijndaelKeySetupDec(uint32_t rk[], const uint8_t cipherKey[], int keyBits)
 
 void rijndaelEncrypt(const uint32_t rk[], int Nr, const uint8_t pt[16], uint8_t ct[16])
 {
+    if (rk == nullptr || pt == nullptr || ct == nullptr || !schedule_fits(Nr)) return;
     switch (Nr) {
     case 10: encrypt_block<10>(rk, pt, ct); return;
     case 12: encrypt_block<12>(rk, pt, ct); return;
@@ -231,6 +238,7 @@ void rijndaelEncrypt(const uint32_t rk[], int Nr, const uint8_t pt[16], uint8_t 
 
 void rijndaelDecrypt(const uint32_t rk[], int Nr, const uint8_t ct[16], uint8_t pt[16])
 {
+    if (rk == nullptr || ct == nullptr || pt == nullptr || !schedule_fits(Nr)) return;
     switch (Nr) {
     case 10: decrypt_block<10>(rk, ct, pt); return;
     case 12: decrypt_block<12>(rk, ct, pt); return;
@@ -244,6 +252,7 @@ void rijndaelDecrypt(const uint32_t rk[], int Nr, const uint8_t ct[16], uint8_t 
 
 void rijndaelEncryptRound(const uint32_t rk[], int Nr, uint8_t block[16], int rounds)
 {
+    if (rk == nullptr || block == nullptr || !schedule_fits(Nr)) return;
     State s = load_state(block, rk);
     const int full = rounds < Nr ? rounds : Nr - 1;
     for (int r = 1; r <= full; ++r) s = encrypt_round(s, rk + 4 * r);
@@ -255,8 +264,10 @@ void rijndaelEncryptRound(const uint32_t rk[], int Nr, uint8_t block[16], int ro
 // InvShiftRows/InvSubBytes substitution, keyed only when rounds == Nr.
 void rijndaelDecryptRound(const uint32_t rk[], int Nr, uint8_t block[16], int rounds)
 {
+    if (rk == nullptr || block == nullptr || !schedule_fits(Nr)) return;
     State s = load_state(block, rk);
-    const int full = (rounds < Nr ? rounds : Nr) - 1;
+    // No full round for rounds <= 1; tested first so rounds - 1 cannot wrap.
+    const int full = rounds <= 1 ? 0 : (rounds < Nr ? rounds : Nr) - 1;
     for (int r = 1; r <= full; ++r) s = decrypt_round(s, rk + 4 * r);
     if (rounds == Nr) {
         const uint32_t *k = rk + 4 * Nr;

@@ -44,6 +44,15 @@ void shift_in_bit(uint8_t *iv, uint8_t bit)
     iv[kBlockBytes - 1] = static_cast<uint8_t>(iv[kBlockBytes - 1] << 1 | bit);
 }
 
+// A record that makeKey filled: a direction it knows and the round count of
+// a 128-, 192- or 256-bit schedule. Anything else would index the schedule
+// out of its bounds.
+bool made_key(const KeyRecord *key)
+{
+    return (key->direction == DIR_ENCRYPT_KEY || key->direction == DIR_DECRYPT_KEY) &&
+           (key->Nr == 10 || key->Nr == 12 || key->Nr == 14);
+}
+
 uint8_t bit_at(const uint8_t *block, int k)
 {
     return (block[k / 8] >> (7 - k % 8)) & 1;
@@ -111,11 +120,12 @@ int32_t makeKey(KeyRecord *key, uint8_t direction, int32_t keyLen, const char *k
     return 1;
 }
 
-// The cipher pointer is not checked: a null record with a valid mode is the
-// caller's error.
+// The mode is judged first, so a bad mode is ERR_CIPHER_MODE even without a
+// record; a null record with a valid mode is ERR_CIPHER_STATE.
 int32_t cipherInit(CipherRecord *cipher, uint8_t mode, const char *IV)
 {
     if (mode != MODE_ECB_BLOCKS && mode != MODE_CBC_BLOCKS && mode != MODE_CFB1_BITS) return ERR_CIPHER_MODE;
+    if (cipher == nullptr) return ERR_CIPHER_STATE;
     cipher->mode = mode;
     if (IV == nullptr) {
         std::memset(cipher->IV, 0, sizeof cipher->IV);
@@ -128,8 +138,9 @@ int32_t cipherInit(CipherRecord *cipher, uint8_t mode, const char *IV)
 int32_t blockEncrypt(CipherRecord *cipher, KeyRecord *key, const uint8_t *input, int32_t inputLen,
                      uint8_t *outBuffer)
 {
-    if (cipher == nullptr || key == nullptr || key->direction == DIR_DECRYPT_KEY) return ERR_CIPHER_STATE;
-    if (input == nullptr || inputLen <= 0) return 0;
+    if (cipher == nullptr || key == nullptr || key->direction == DIR_DECRYPT_KEY || !made_key(key))
+        return ERR_CIPHER_STATE;
+    if (input == nullptr || outBuffer == nullptr || inputLen <= 0) return 0;
     const int numBlocks = inputLen / kBlockBits;
 
     switch (cipher->mode) {
@@ -165,7 +176,8 @@ int32_t blockDecrypt(CipherRecord *cipher, KeyRecord *key, const uint8_t *input,
     if (cipher == nullptr || key == nullptr) return ERR_CIPHER_STATE;
     // CFB-1 runs the encryption schedule ek, so it accepts either direction.
     if (cipher->mode != MODE_CFB1_BITS && key->direction == DIR_ENCRYPT_KEY) return ERR_CIPHER_STATE;
-    if (input == nullptr || inputLen <= 0) return 0;
+    if (!made_key(key)) return ERR_CIPHER_STATE;
+    if (input == nullptr || outBuffer == nullptr || inputLen <= 0) return 0;
     const int numBlocks = inputLen / kBlockBits;
 
     switch (cipher->mode) {
@@ -191,8 +203,9 @@ int32_t blockDecrypt(CipherRecord *cipher, KeyRecord *key, const uint8_t *input,
 int32_t padEncrypt(CipherRecord *cipher, KeyRecord *key, const uint8_t *input, int32_t inputOctets,
                    uint8_t *outBuffer)
 {
-    if (cipher == nullptr || key == nullptr || key->direction == DIR_DECRYPT_KEY) return ERR_CIPHER_STATE;
-    if (input == nullptr || inputOctets <= 0) return 0;
+    if (cipher == nullptr || key == nullptr || key->direction == DIR_DECRYPT_KEY || !made_key(key))
+        return ERR_CIPHER_STATE;
+    if (input == nullptr || outBuffer == nullptr || inputOctets <= 0) return 0;
     const int numBlocks = inputOctets / kBlockBytes;
     // A whole block of padding when the length is a multiple of 16.
     const int padLen = kBlockBytes - (inputOctets - kBlockBytes * numBlocks);
@@ -230,8 +243,9 @@ int32_t padEncrypt(CipherRecord *cipher, KeyRecord *key, const uint8_t *input, i
 int32_t padDecrypt(CipherRecord *cipher, KeyRecord *key, const uint8_t *input, int32_t inputOctets,
                    uint8_t *outBuffer)
 {
-    if (cipher == nullptr || key == nullptr || key->direction == DIR_ENCRYPT_KEY) return ERR_CIPHER_STATE;
-    if (input == nullptr || inputOctets < 1) return 0;
+    if (cipher == nullptr || key == nullptr || key->direction == DIR_ENCRYPT_KEY || !made_key(key))
+        return ERR_CIPHER_STATE;
+    if (input == nullptr || outBuffer == nullptr || inputOctets < 1) return 0;
     if (inputOctets % kBlockBytes != 0) return ERR_PADDING;
     const int numBlocks = inputOctets / kBlockBytes;
     const uint8_t *last = input + kBlockBytes * (numBlocks - 1);
@@ -270,6 +284,9 @@ int32_t cipherUpdateRounds(CipherRecord *cipher, KeyRecord *key, const uint8_t *
                            uint8_t *outBuffer, int32_t rounds)
 {
     if (cipher == nullptr || key == nullptr) return ERR_CIPHER_STATE;
+    if (key->direction != DIR_ENCRYPT_KEY && key->direction != DIR_DECRYPT_KEY) return ERR_KEY_DIRECTION;
+    if (!made_key(key)) return ERR_CIPHER_STATE;
+    if (input == nullptr || outBuffer == nullptr) return 0;
     uint8_t block[kBlockBytes];
     std::memcpy(block, input, kBlockBytes);
     switch (key->direction) {

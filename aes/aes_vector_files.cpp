@@ -7,7 +7,7 @@
 #include <cstring>
 #include <ctime>
 
-#include "rmcpp_aes.h"
+#include "rmcpp.h"
 
 namespace {
 
@@ -144,6 +144,12 @@ void next_mct_key(uint8_t *key, int keyLength, const uint8_t *earlier, const uin
     }
 }
 
+// The generators run for 128-, 192- and 256-bit keys only; any other
+// length would overrun their key texts.
+bool known_key_length(int keyLength) { return keyLength == 128 || keyLength == 192 || keyLength == 256; }
+
+bool known_direction(uint8_t direction) { return direction == DIR_ENCRYPT_KEY || direction == DIR_DECRYPT_KEY; }
+
 const char kTablesDescription[] =
     "/* Description of what tables are tested:\n"
     "   The provided implementations each use a different set of tables\n"
@@ -159,6 +165,7 @@ extern "C" {
 
 void blockPrint(FILE *fp, const uint8_t *block, const char *tag)
 {
+    if (fp == nullptr || block == nullptr || tag == nullptr) return;
     std::fprintf(fp, "%s=", tag);
     for (int i = 0; i < 16; ++i) std::fprintf(fp, "%02X", block[i]);
     std::fprintf(fp, "\n");
@@ -167,6 +174,7 @@ void blockPrint(FILE *fp, const uint8_t *block, const char *tag)
 
 int rijndaelVKKAT(FILE *fp, int keyLength)
 {
+    if (fp == nullptr || !known_key_length(keyLength)) return RMCPP_ERR_INVALID;
     KeyRecord key;
     CipherRecord cipher;
     Block pt = {}, ct, back;
@@ -197,6 +205,7 @@ int rijndaelVKKAT(FILE *fp, int keyLength)
 
 int rijndaelVTKAT(FILE *fp, int keyLength)
 {
+    if (fp == nullptr || !known_key_length(keyLength)) return RMCPP_ERR_INVALID;
     KeyRecord key;
     CipherRecord cipher;
     Block pt, ct;
@@ -226,6 +235,7 @@ int rijndaelVTKAT(FILE *fp, int keyLength)
 // must give the plaintext back.
 int rijndaelTKAT(FILE *fp, int keyLength, FILE *in)
 {
+    if (fp == nullptr || in == nullptr || !known_key_length(keyLength)) return RMCPP_ERR_INVALID;
     KeyRecord encryptKey, decryptKey;
     CipherRecord cipher;
     Block pt, ct, back;
@@ -266,6 +276,7 @@ int rijndaelTKAT(FILE *fp, int keyLength, FILE *in)
 
 int rijndaelIVKAT(FILE *fp, int keyLength)
 {
+    if (fp == nullptr || !known_key_length(keyLength)) return RMCPP_ERR_INVALID;
     KeyRecord key;
     CipherRecord cipher;
     uint8_t keyBytes[32];
@@ -297,6 +308,7 @@ int rijndaelIVKAT(FILE *fp, int keyLength)
 
 int makeKATs(const char *vkFile, const char *vtFile, const char *tblFile, const char *ivFile)
 {
+    if (vkFile == nullptr || vtFile == nullptr || tblFile == nullptr || ivFile == nullptr) return RMCPP_ERR_INVALID;
     FILE *fp = std::fopen(vkFile, "w");
     print_header(fp, vkFile, "Electronic Codebook (ECB) Mode", "Variable Key Known Answer Tests");
     for (int keyLength = 128; keyLength <= 256; keyLength += 64) rijndaelVKKAT(fp, keyLength);
@@ -339,6 +351,7 @@ int makeKATs(const char *vkFile, const char *vtFile, const char *tblFile, const 
 
 int rijndaelECB_MCT(FILE *fp, int keyLength, uint8_t direction)
 {
+    if (fp == nullptr || !known_key_length(keyLength) || !known_direction(direction)) return RMCPP_ERR_INVALID;
     KeyRecord key;
     CipherRecord cipher;
     uint8_t keyBytes[32] = {};
@@ -377,6 +390,7 @@ int rijndaelECB_MCT(FILE *fp, int keyLength, uint8_t direction)
 // The chaining is done here over ECB calls, not by the API's CBC mode.
 int rijndaelCBC_MCT(FILE *fp, int keyLength, uint8_t direction)
 {
+    if (fp == nullptr || !known_key_length(keyLength) || !known_direction(direction)) return RMCPP_ERR_INVALID;
     KeyRecord key;
     CipherRecord cipher;
     uint8_t keyBytes[32] = {};
@@ -424,6 +438,9 @@ int rijndaelCBC_MCT(FILE *fp, int keyLength, uint8_t direction)
 int makeMCTs(const char *ecbEncryptionFile, const char *ecbDecryptionFile, const char *cbcEncryptionFile,
              const char *cbcDecryptionFile)
 {
+    if (ecbEncryptionFile == nullptr || ecbDecryptionFile == nullptr || cbcEncryptionFile == nullptr ||
+        cbcDecryptionFile == nullptr)
+        return RMCPP_ERR_INVALID;
     struct MonteCarloFile {
         const char *name;
         const char *modeLine;
@@ -453,6 +470,7 @@ int makeMCTs(const char *ecbEncryptionFile, const char *ecbDecryptionFile, const
 
 int makeFIPSTestVectors(const char *fipsFile)
 {
+    if (fipsFile == nullptr) return RMCPP_ERR_INVALID;
     KeyRecord key;
     CipherRecord cipher;
     uint8_t keyBytes[32];
@@ -496,6 +514,7 @@ int makeFIPSTestVectors(const char *fipsFile)
 
 void rijndaelSpeed(int keyBits)
 {
+    if (!known_key_length(keyBits)) return;
     constexpr long kCalls = 10000000;
     uint8_t cipherKey[32];
     uint32_t rk[RIJNDAEL_MAX_SCHEDULE_WORDS];

@@ -1,5 +1,6 @@
 // IPMI LAN message framing: the six-byte header with checksum 1, the data,
 // and checksum 2 over rqAddr through the last data byte.
+#include "arguments.h"
 #include "rmcpp.h"
 #include "wire.h"
 
@@ -14,7 +15,8 @@ namespace {
 int frame(uint8_t addr0, uint8_t netfn_lun, uint8_t addr3, uint8_t seq_lun, uint8_t cmd, const uint8_t *data,
           int data_length, uint8_t *output, int output_size, int *output_length)
 {
-    if (data_length + 7 > output_size) {
+    // Wide arithmetic: a length near INT_MAX must not wrap past the size test.
+    if (static_cast<int64_t>(data_length) + 7 > output_size) {
         lib_log(3, "Insufficient buffer size.\n");
         return 6;
     }
@@ -23,6 +25,16 @@ int frame(uint8_t addr0, uint8_t netfn_lun, uint8_t addr3, uint8_t seq_lun, uint
     w.u8(addr3).u8(seq_lun).u8(cmd).bytes(data, static_cast<size_t>(data_length));
     w.u8(checksum(output + 3, static_cast<size_t>(data_length) + 3));
     *output_length = data_length + 7;
+    return 0;
+}
+
+// The data may be null only when there is none.
+int check_frame_arguments(const IPMI_MsgHeader *h, const uint8_t *data, int data_length, const uint8_t *output,
+                          const int *output_length)
+{
+    if (rmcpp::args::any_null(h, output, output_length) || (data == nullptr && data_length != 0))
+        return rmcpp::args::null_input();
+    if (data_length < 0) return rmcpp::args::invalid_length();
     return 0;
 }
 
@@ -38,6 +50,7 @@ extern "C" {
 RMCPP_API int MakeIPMIRequest(const IPMI_MsgHeader *h, const uint8_t *data, int data_length, uint8_t *output,
                               int output_size, int *output_length)
 {
+    if (const int r = check_frame_arguments(h, data, data_length, output, output_length)) return r;
     return frame(h->rs_addr, static_cast<uint8_t>((h->req_netfn << 2) | (h->rs_lun & 3)), h->rq_addr,
                  static_cast<uint8_t>((h->rq_seq << 2) | (h->rq_lun & 3)), h->cmd, data, data_length, output,
                  output_size, output_length);
@@ -46,6 +59,7 @@ RMCPP_API int MakeIPMIRequest(const IPMI_MsgHeader *h, const uint8_t *data, int 
 RMCPP_API int MakeIPMIResponse(const IPMI_MsgHeader *h, const uint8_t *data, int data_length, uint8_t *output,
                                int output_size, int *output_length)
 {
+    if (const int r = check_frame_arguments(h, data, data_length, output, output_length)) return r;
     return frame(h->rq_addr, static_cast<uint8_t>((h->resp_netfn << 2) | (h->rq_lun & 3)), h->rs_addr,
                  static_cast<uint8_t>((h->rq_seq << 2) | (h->rs_lun & 3)), h->cmd, data, data_length, output,
                  output_size, output_length);
@@ -54,6 +68,7 @@ RMCPP_API int MakeIPMIResponse(const IPMI_MsgHeader *h, const uint8_t *data, int
 RMCPP_API int CheckIPMIRespHead(const uint8_t *request, int request_length, const uint8_t *response,
                                 int response_length, int *data_offset, int *data_length)
 {
+    if (rmcpp::args::any_null(request, response, data_offset, data_length)) return rmcpp::args::null_input();
     if (request_length <= 6) {
         lib_log(3, "Invalid IPMI Request Data Length.\n");
         return 68;
@@ -118,6 +133,7 @@ RMCPP_API int CheckIPMIRespHead(const uint8_t *request, int request_length, cons
 
 RMCPP_API int CheckIPMIReqHead(const uint8_t *message, int length, int *data_offset, int *data_length)
 {
+    if (rmcpp::args::any_null(message, data_offset, data_length)) return rmcpp::args::null_input();
     if (length < 7) {
         lib_log(1, "Received Unexpected Packet.(P_L length)\n");
         return 1;
@@ -145,6 +161,7 @@ RMCPP_API int CheckIPMIReqHead(const uint8_t *message, int length, int *data_off
 RMCPP_API int Check_IPMIMessHead(const uint8_t *message, uint32_t length, const IPMI_MsgHeader *h,
                                  uint8_t *completion_code, uint32_t *data_length)
 {
+    if (rmcpp::args::any_null(message, h, completion_code, data_length)) return rmcpp::args::null_input();
     if (length <= 7) {
         lib_log(1, "Received Unexpected Packet.(P_L length)\n");
         return 1;

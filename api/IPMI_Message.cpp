@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "arguments.h"
 #include "rmcpp.h"
 #include "wire.h"
 
@@ -21,6 +22,13 @@ int null_input()
 {
     lib_log(3, "Null input data.\n");
     return 1;
+}
+
+// A caller's record without a session, or with a session record that the
+// library never opened: either way there is no session to use or release.
+bool no_session(const IPMI_SessionParam *param)
+{
+    return param->session == nullptr || rmcpp::args::never_opened(param->session);
 }
 
 void release_session(IPMI_SessionParam *param)
@@ -113,7 +121,7 @@ RMCPP_API int Send_IPMI_Message(IPMI_SessionParam *param, const uint8_t *request
                                 int auth_option, uint32_t *released)
 {
     if (released != nullptr) *released = 0;
-    if (param == nullptr || request == nullptr || released == nullptr || param->session == nullptr)
+    if (param == nullptr || request == nullptr || released == nullptr || no_session(param))
         return null_input();
     if (request_length <= 6) {
         lib_log(3, "Invalid Request Data Length.\n");
@@ -140,7 +148,7 @@ RMCPP_API int Get_IPMI_Message(IPMI_SessionParam *param, uint8_t *response, uint
 {
     if (released != nullptr) *released = 0;
     if (param == nullptr || response == nullptr || response_length == nullptr || payload_flags == nullptr ||
-        released == nullptr || param->session == nullptr)
+        released == nullptr || no_session(param))
         return null_input();
     struct timeval start;
     if (gettimeofday(&start, nullptr) != 0) {
@@ -163,7 +171,7 @@ RMCPP_API int Get_IPMI_Message_Nowait(IPMI_SessionParam *param, uint8_t *respons
 {
     if (released != nullptr) *released = 0;
     if (param == nullptr || response == nullptr || response_length == nullptr || released == nullptr ||
-        param->session == nullptr)
+        no_session(param))
         return null_input();
     RMCPp_Session *s = param->session;
     // The next send repeats the protection of what was received; when
@@ -179,6 +187,8 @@ RMCPP_API int ipmi_recv(RMCPp_Session *session, const uint8_t *request, const st
                         uint8_t wait_sec, uint8_t *response, uint16_t response_size, uint32_t *response_length,
                         uint8_t expected_flags)
 {
+    if (rmcpp::args::any_null(session, request, start, response, response_length)) return null_input();
+    if (rmcpp::args::never_opened(session)) return null_input();
     const IPMI_MsgHeader expected = expected_header(request);
     const struct timeval limit = {wait_sec, 0};
     for (;;) {
@@ -203,6 +213,9 @@ RMCPP_API int IPMI_Message_IF_core(IPMI_SessionParam *param, const uint8_t *requ
                                    uint8_t *response, uint32_t response_size, uint32_t *response_length,
                                    int auth_option, uint32_t *released, uint8_t attempts, uint8_t wait_sec)
 {
+    if (param == nullptr || request == nullptr || response == nullptr || response_length == nullptr ||
+        released == nullptr || no_session(param))
+        return null_input();
     const uint8_t expected_flags = expected_payload_flags(param->session, auth_option);
     for (uint8_t attempt = 0; attempt < attempts; ++attempt) {
         const int sent = Send_IPMI_Message(param, request, request_length, auth_option, released);
@@ -240,7 +253,7 @@ RMCPP_API int IPMI_Message_IF(IPMI_SessionParam *param, const uint8_t *request, 
                               int auth_option, uint32_t *released, int attempts, int wait_sec)
 {
     if (param == nullptr || request == nullptr || response == nullptr || response_length == nullptr ||
-        released == nullptr || param->session == nullptr)
+        released == nullptr || no_session(param))
         return null_input();
     return IPMI_Message_IF_core(param, request, request_length, response, response_size, response_length,
                                 auth_option, released, static_cast<uint8_t>(attempts),
@@ -255,7 +268,7 @@ RMCPP_API int Get_IPMB_Response(IPMI_SessionParam *param, const uint8_t *request
 {
     if (released != nullptr) *released = 0;
     if (param == nullptr || request == nullptr || response == nullptr || response_length == nullptr ||
-        released == nullptr || param->session == nullptr)
+        released == nullptr || no_session(param))
         return null_input();
     if (request_length < 6) {
         lib_log(3, "Header size is small.\n");
@@ -274,7 +287,7 @@ RMCPP_API int Get_IPMB_Response(IPMI_SessionParam *param, const uint8_t *request
 
 RMCPP_API int IPMI_CloseSession(IPMI_SessionParam *param)
 {
-    if (param == nullptr || param->session == nullptr) return null_input();
+    if (param == nullptr || no_session(param)) return null_input();
 
     uint8_t session_id[4];
     rmcpp::wire::Writer(session_id, sizeof session_id).u32le(param->session->bmc_session_id);

@@ -11,7 +11,7 @@ extern "C" {
 RMCPP_API void putKivTrace(int channel, const KivTraceRecord *record, const char *text)
 {
     (void)channel;
-    (void)record;
+    if (record == nullptr || text == nullptr) return;
     std::fputs(text, stderr);
     // Log lines carry their own line end; completion-code trace lines do not.
     const size_t n = std::strlen(text);
@@ -20,6 +20,7 @@ RMCPP_API void putKivTrace(int channel, const KivTraceRecord *record, const char
 
 RMCPP_API char *lmsg_getmsg(int number, char *text, const char *argument)
 {
+    if (text == nullptr || argument == nullptr) return nullptr;
     std::snprintf(text, RMCPP_LMSG_TEXT_SIZE, "IPMI message %d: %s", number, argument);
     return text;
 }

@@ -4,6 +4,7 @@
 // that proves the managed system knows the user's password.
 #include <algorithm>
 
+#include "arguments.h"
 #include "RAKP_common.h"
 #include "rmcpp.h"
 #include "wire.h"
@@ -23,6 +24,8 @@ extern "C" {
 RMCPP_API int Make_RAKPMessage1(RMCPp_SetupState *state, const uint8_t *rm, uint8_t role, uint8_t tag,
                                 uint8_t *buffer, uint32_t buffer_size, uint32_t *length_out)
 {
+    if (rmcpp::args::any_null(state, rm, buffer, length_out)) return rmcpp::args::null_input();
+    if (state->user_name_length > sizeof state->user_name) return rmcpp::args::invalid_length();
     const uint8_t name_length = state->user_name_length;
     const uint16_t payload_length = static_cast<uint16_t>(28 + name_length);
     uint32_t header_length = 0;
@@ -42,6 +45,7 @@ RMCPP_API int Make_RAKPMessage1(RMCPp_SetupState *state, const uint8_t *rm, uint
 RMCPP_API int Check_RAKPMessage2(RMCPp_SetupState *state, const uint8_t *data, uint32_t length, uint8_t tag,
                                  uint32_t *used, uint8_t *rakp_status)
 {
+    if (rmcpp::args::any_null(state, data, used, rakp_status)) return rmcpp::args::null_input();
     rmcpp::rakp::ReplyHead head;
     const int r = rmcpp::rakp::check_reply_head(state, data, length, 0x13, tag, used, rakp_status, head);
     if (r != 0) return r;
@@ -63,6 +67,8 @@ RMCPP_API int Check_RAKPMessage2(RMCPp_SetupState *state, const uint8_t *data, u
 RMCPP_API int CheckKeyExchange2(RMCPp_SetupState *state, uint8_t role, const uint8_t *rm, const uint8_t *rc,
                                 const uint8_t *received_code, uint8_t *mismatch)
 {
+    if (rmcpp::args::any_null(state, rm, rc, received_code, mismatch)) return rmcpp::args::null_input();
+    if (state->user_key_length > sizeof state->user_password) return rmcpp::args::invalid_length();
     *mismatch = 0;
     if (state->auth_alg == 0) return 0;
     if (state->auth_alg != 1) {
@@ -96,6 +102,7 @@ RMCPP_API int CheckKeyExchange2(RMCPp_SetupState *state, uint8_t role, const uin
 RMCPP_API int RAKPMessage1_2(RMCPp_SetupState *state, const uint8_t *rm, uint8_t role, uint8_t tag, uint8_t *rc,
                              uint8_t *rakp_status)
 {
+    if (rmcpp::args::any_null(state, rm, rc, rakp_status)) return rmcpp::args::null_input();
     uint8_t request[kRequestSize];
     uint32_t request_length = 0;
     if (Make_RAKPMessage1(state, rm, role, tag, request, sizeof request, &request_length) != 0) {

@@ -5,6 +5,7 @@
 // sides derived the same session integrity key.
 #include <algorithm>
 
+#include "arguments.h"
 #include "RAKP_common.h"
 #include "rmcpp.h"
 #include "wire.h"
@@ -24,6 +25,8 @@ extern "C" {
 // HMAC(password, Rc | console session ID | role | N | user name).
 RMCPP_API int MakeKeyExchange3(RMCPp_SetupState *state, const uint8_t *rc, uint8_t role, uint8_t *out)
 {
+    if (rmcpp::args::any_null(state, rc, out)) return rmcpp::args::null_input();
+    if (state->user_key_length > sizeof state->user_password) return rmcpp::args::invalid_length();
     if (state->req_auth_alg == 0) return 0;
     if (state->req_auth_alg != 1) {
         lib_log(3, "Not - supported Authentication algorithm.\n");
@@ -48,6 +51,7 @@ RMCPP_API int MakeKeyExchange3(RMCPp_SetupState *state, const uint8_t *rc, uint8
 RMCPP_API int Make_RAKPMessage3(RMCPp_SetupState *state, uint8_t tag, uint8_t status, const uint8_t *rc,
                                 uint8_t role, uint8_t *buffer, uint32_t buffer_size, uint32_t *length_out)
 {
+    if (rmcpp::args::any_null(state, rc, buffer, length_out)) return rmcpp::args::null_input();
     uint32_t header_length = 0;
     if (rmcpp::rakp::start_request(buffer, buffer_size, kShortLength, header_length) != 0) return 3;
     *length_out = kShortLength;
@@ -81,6 +85,7 @@ RMCPP_API int Make_RAKPMessage3(RMCPp_SetupState *state, uint8_t tag, uint8_t st
 RMCPP_API int Check_RAKPMessage4(RMCPp_SetupState *state, const uint8_t *data, uint32_t length, uint8_t tag,
                                  uint32_t *used, uint8_t *rakp_status)
 {
+    if (rmcpp::args::any_null(state, data, used, rakp_status)) return rmcpp::args::null_input();
     rmcpp::rakp::ReplyHead head;
     const int r = rmcpp::rakp::check_reply_head(state, data, length, 0x15, tag, used, rakp_status, head);
     if (r != 0) return r;
@@ -98,6 +103,7 @@ RMCPP_API int Check_RAKPMessage4(RMCPp_SetupState *state, const uint8_t *data, u
 RMCPP_API int CheckKeyExchange4(RMCPp_SetupState *state, const uint8_t *rm, const uint8_t *received_value,
                                 uint8_t *mismatch)
 {
+    if (rmcpp::args::any_null(state, rm, received_value, mismatch)) return rmcpp::args::null_input();
     *mismatch = 0;
     if (state->auth_alg == 0) return 0;
     if (state->auth_alg != 1) {
@@ -129,6 +135,7 @@ RMCPP_API int CheckKeyExchange4(RMCPp_SetupState *state, const uint8_t *rm, cons
 RMCPP_API int RAKPMessage3_4(RMCPp_SetupState *state, const uint8_t *rm, uint8_t role, uint8_t tag,
                              const uint8_t *rc, uint8_t *rakp_status, uint8_t abort_only)
 {
+    if (rmcpp::args::any_null(state, rm, rc, rakp_status)) return rmcpp::args::null_input();
     uint8_t request[400];
     uint32_t request_length = 0;
     if (Make_RAKPMessage3(state, tag, *rakp_status, rc, role, request, sizeof request, &request_length) != 0) {

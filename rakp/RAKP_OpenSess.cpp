@@ -3,6 +3,7 @@
 // algorithm; learns the managed system's session ID, the privilege it grants
 // and the algorithms it accepts. Also the check of the RMCP+ session header
 // of every pre-session response (Open Session Response, RAKP 2, RAKP 4).
+#include "arguments.h"
 #include "RAKP_common.h"
 #include "rmcpp.h"
 #include "wire.h"
@@ -45,6 +46,7 @@ extern "C" {
 RMCPP_API int Make_OpenSessRequest(RMCPp_SetupState *state, uint8_t role, uint8_t tag, uint8_t *buffer,
                                    uint32_t buffer_size, uint32_t *length_out)
 {
+    if (rmcpp::args::any_null(state, buffer, length_out)) return rmcpp::args::null_input();
     uint32_t header_length = 0;
     if (rmcpp::rakp::start_request(buffer, buffer_size, kRequestLength, header_length) != 0) return 3;
     *length_out = kRequestLength;
@@ -65,6 +67,7 @@ RMCPP_API int Make_OpenSessRequest(RMCPp_SetupState *state, uint8_t role, uint8_
 RMCPP_API int Check_IPMISessHead_RAKP(const uint8_t *data, uint32_t length, uint32_t *header_length,
                                       uint8_t payload_type, uint16_t *payload_length)
 {
+    if (rmcpp::args::any_null(data, header_length, payload_length)) return rmcpp::args::null_input();
     if (length < 12) {
         lib_log(1, "Received unexpected Packet.(S_H length)\n");
         return 69;
@@ -101,6 +104,7 @@ RMCPP_API int Check_IPMISessHead_RAKP(const uint8_t *data, uint32_t length, uint
 RMCPP_API int Check_OpenSessResponse(RMCPp_SetupState *state, const uint8_t *data, uint32_t length, uint8_t tag,
                                      uint32_t *used)
 {
+    if (rmcpp::args::any_null(state, data, used)) return rmcpp::args::null_input();
     uint32_t header_length = 0;
     uint16_t payload_length = 0;
     const int r = Check_IPMISessHead_RAKP(data, length, &header_length, 0x11, &payload_length);
@@ -162,6 +166,8 @@ RMCPP_API int Check_OpenSessResponse(RMCPp_SetupState *state, const uint8_t *dat
 RMCPP_API int OpenSession_Req_Resp(RMCPp_SetupState *state, uint8_t role, uint8_t *granted, uint8_t tag,
                                    uint8_t *rakp_status)
 {
+    // The Open Session checker does not write the RMCP+ status: it may be null.
+    if (rmcpp::args::any_null(state, granted)) return rmcpp::args::null_input();
     uint8_t request[400];
     uint32_t request_length = 0;
     if (Make_OpenSessRequest(state, role, tag, request, sizeof request, &request_length) != 0) {

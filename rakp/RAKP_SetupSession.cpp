@@ -4,6 +4,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include "arguments.h"
 #include "rmcpp.h"
 
 extern "C" {
@@ -50,6 +51,13 @@ RMCPP_API int RetryRoutine_RAKP(RMCPp_SetupState *state, uint8_t *request, uint3
                                 uint32_t *payload_offset, uint8_t *rakp_status, uint8_t send_only,
                                 const IPMI_MsgHeader *expected, uint8_t tag)
 {
+    if (rmcpp::args::any_null(state, request, response, response_length, payload_offset))
+        return rmcpp::args::null_input();
+    // The IPMI v1.5 checker matches against `expected`; the RAKP checkers
+    // write the RMCP+ status.
+    if ((response_type == 0x00 && expected == nullptr) ||
+        ((response_type == 0x12 || response_type == 0x14) && rakp_status == nullptr))
+        return rmcpp::args::null_input();
     // An 8-bit counter: a retry count above 255 makes it wrap, so the
     // attempts never run out. Kept as it is.
     for (uint8_t n = 0; n < state->retry_count; ++n) {
@@ -120,6 +128,7 @@ int check_algorithm(RMCPp_SetupState *state, uint8_t proposed, uint8_t accepted,
 RMCPP_API int SetupSession(RMCPp_SetupState *state, uint32_t port, uint32_t privilege, uint32_t name_only_lookup,
                            uint32_t two_key_login, uint32_t *granted_out)
 {
+    if (rmcpp::args::any_null(state, granted_out)) return rmcpp::args::null_input();
     if (do_self_check) {
         const int r = CheckSelfTypes();
         if (r != 0) return r;

@@ -3,6 +3,7 @@
 // supports RMCP+ at all, and carries the Kg, per-message and user-level
 // authentication status bits. The only IPMI v1.5 session framing the
 // library speaks.
+#include "arguments.h"
 #include "RAKP_common.h"
 #include "rmcpp.h"
 #include "wire.h"
@@ -26,6 +27,7 @@ extern "C" {
 RMCPP_API int Make_GetAuthCapa_v15(RMCPp_SetupState *, const IPMI_MsgHeader *record, uint8_t privilege,
                                    uint8_t *buffer, uint32_t buffer_size, uint32_t *length_out)
 {
+    if (rmcpp::args::any_null(record, buffer, length_out)) return rmcpp::args::null_input();
     uint32_t header_length = 0;
     if (rmcpp::rakp::start_request(buffer, buffer_size, kRequestLength, header_length) != 0) return 3;
     *length_out = kRequestLength;
@@ -49,6 +51,7 @@ RMCPP_API int Make_GetAuthCapa_v15(RMCPp_SetupState *, const IPMI_MsgHeader *rec
 RMCPP_API int Check_IPMIv15_NonAuth(RMCPp_SetupState *, const uint8_t *data, uint32_t *length,
                                     const IPMI_MsgHeader *expected, uint32_t *used)
 {
+    if (rmcpp::args::any_null(data, length, expected, used)) return rmcpp::args::null_input();
     if (*length <= 9) {
         lib_log(1, "Received unexpected Packet.(S_H length)\n");
         return 69;
@@ -91,6 +94,8 @@ RMCPP_API int Check_IPMIv15_NonAuth(RMCPp_SetupState *, const uint8_t *data, uin
 RMCPP_API int Check_GetAuthCapa_v15(const uint8_t *data, uint32_t length, uint8_t *not_supported,
                                     uint8_t *kg_status, uint8_t *per_msg_auth_status, uint8_t *user_auth_status)
 {
+    if (rmcpp::args::any_null(data, not_supported, kg_status, per_msg_auth_status, user_auth_status))
+        return rmcpp::args::null_input();
     Reader r(data, length);
     const uint8_t completion_code = r.u8();
     if (completion_code != 0) {
@@ -122,6 +127,7 @@ RMCPP_API int Check_GetAuthCapa_v15(const uint8_t *data, uint32_t length, uint8_
 
 RMCPP_API int GetAuthCapa_v15(RMCPp_SetupState *state, uint8_t *not_supported, uint8_t privilege)
 {
+    if (rmcpp::args::any_null(state, not_supported)) return rmcpp::args::null_input();
     const IPMI_MsgHeader record = {kNetFnApp,   RMCPConnectSA,  kCmdGetChannelAuthCapabilities, 0, 1,
                                    kNetFnApp + 1, state->rs_addr, state->rs_lun};
 

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "arguments.h"
 #include "rmcpp.h"
 #include "wire.h"
 
@@ -57,6 +58,7 @@ RMCPP_API uint32_t MakeSessionID(void)
 // again); later numbers differ only by the counter Cq.
 RMCPP_API int MakeRandomNumber(uint8_t *out)
 {
+    if (out == nullptr) return rmcpp::args::null_input();
     if (flag_1st_random) {
         struct timeval now;
         if (gettimeofday(&now, nullptr) != 0) {
@@ -93,6 +95,9 @@ RMCPP_API int MakeRandomNumber(uint8_t *out)
 // asked), otherwise the zero-padded 20-byte password.
 RMCPP_API int MakeSIK(RMCPp_SetupState *state, uint8_t role, const uint8_t *rm, const uint8_t *rc)
 {
+    if (rmcpp::args::any_null(state, rm, rc)) return rmcpp::args::null_input();
+    if (state->user_name_length > sizeof state->user_name || state->bmc_key_length > sizeof state->bmc_key)
+        return rmcpp::args::invalid_length();
     if (state->req_auth_alg == 0) {
         std::memset(state->sik, 0, sizeof state->sik);
         return 0;
@@ -128,6 +133,7 @@ RMCPP_API int MakeSIK(RMCPp_SetupState *state, uint8_t role, const uint8_t *rm, 
 // K2 = HMAC-SHA1(SIK, 0x02 x 64); its first 16 bytes are the AES-128 key.
 RMCPP_API int MakeConfidentialityKey(RMCPp_SetupState *state)
 {
+    if (state == nullptr) return rmcpp::args::null_input();
     if (state->req_confidentiality_alg == 0) {
         std::memset(state->cipher_key, 0, sizeof state->cipher_key);
         return 0;

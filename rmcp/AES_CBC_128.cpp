@@ -4,6 +4,7 @@
 // per call, with the CBC chain kept here.
 #include <cstdio>
 
+#include "arguments.h"
 #include "rmcpp.h"
 #include "wire.h"
 
@@ -22,6 +23,7 @@ extern "C" {
 
 RMCPP_API void BinToHex(char *text, const uint8_t *bytes, int bits)
 {
+    if (text == nullptr || bytes == nullptr) return;
     const int count = bits / 8;
     for (int i = 0; i < count; ++i) {
         text[2 * i] = kHexDigits[bytes[i] >> 4];
@@ -33,8 +35,15 @@ RMCPP_API void BinToHex(char *text, const uint8_t *bytes, int bits)
 // key outlives one packet.
 RMCPP_API int AES_CBC_128_Process(const uint8_t *key, const uint8_t *iv, uint8_t *data, int32_t length, int direction)
 {
-    if (length % kBlock != 0) {
+    if (rmcpp::args::any_null(key, iv) || (data == nullptr && length != 0)) return rmcpp::args::null_input();
+    if (length < 0 || length % kBlock != 0) {
         std::printf("Error : Invalid data length in Confidential process.\n");
+        return 1;
+    }
+    // makeKey refuses a direction byte other than 0 or 1; wider values are
+    // refused the same way rather than cut to a byte.
+    if (direction != DIR_ENCRYPT_KEY && direction != DIR_DECRYPT_KEY) {
+        std::printf("makeKey error %d\n", ERR_KEY_DIRECTION);
         return 1;
     }
 
@@ -86,6 +95,7 @@ RMCPP_API int AES_CBC_128_Process(const uint8_t *key, const uint8_t *iv, uint8_t
 RMCPP_API int ConfidentialityAlgorithm(uint8_t algorithm, uint8_t *field, uint32_t field_length, const uint8_t *key,
                                        int direction)
 {
+    if (rmcpp::args::any_null(field, key)) return rmcpp::args::null_input();
     switch (algorithm) {
     case 0:
         return 0;

@@ -2,6 +2,7 @@
 // management controller answers at the remote address.
 #include <sys/time.h>
 
+#include "arguments.h"
 #include "rmcpp.h"
 #include "wire.h"
 
@@ -105,6 +106,7 @@ bool check_presence_pong(const uint8_t *pong, uint32_t length)
 
 extern "C" RMCPP_API int RMCP_PingPong(int socket_fd, int attempts, const struct timeval *limit)
 {
+    if (limit == nullptr) return rmcpp::args::null_input();
     uint8_t ping[12];
     const uint32_t ping_length = make_presence_ping(ping, sizeof ping);
 

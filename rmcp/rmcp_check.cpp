@@ -2,6 +2,7 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "arguments.h"
 #include "rmcpp.h"
 #include "wire.h"
 
@@ -11,6 +12,7 @@ extern "C" {
 // number 0xFF (no acknowledge) and class 7 (IPMI).
 RMCPP_API int Check_RMCPHead(const uint8_t *packet, uint32_t *length, uint32_t *header_length)
 {
+    if (rmcpp::args::any_null(packet, length, header_length)) return rmcpp::args::null_input();
     if (*length < 4) {
         lib_log(1, "Received Unexpected Packet.(R_H length)\n");
         return 1;
@@ -83,6 +85,7 @@ extern "C" {
 // separate windows.
 RMCPP_API int CheckSessSeqNum(RMCPp_Session *session, uint32_t sequence_number, uint8_t payload_type)
 {
+    if (session == nullptr) return rmcpp::args::null_input();
     const bool authenticated = (payload_type & kPayloadAuthenticated) != 0;
     uint32_t &highest = authenticated ? session->recv_seq_auth : session->recv_seq_unauth;
     uint16_t &window = authenticated ? session->recv_window_auth : session->recv_window_unauth;
@@ -111,6 +114,7 @@ RMCPP_API int CheckSessSeqNum(RMCPp_Session *session, uint32_t sequence_number, 
 RMCPP_API int Check_IPMIHeadTail(RMCPp_Session *session, const uint8_t *packet, uint32_t *length,
                                  uint32_t *header_length, uint8_t *payload_type)
 {
+    if (rmcpp::args::any_null(session, packet, length, header_length, payload_type)) return rmcpp::args::null_input();
     const uint32_t total = *length;
     if (total < 12) return reject("Received Unexpected Packet.(S_H length)\n");
 
@@ -164,6 +168,7 @@ RMCPP_API int Check_IPMIPayload(RMCPp_Session *session, uint8_t *payload, uint32
                                 uint32_t *output_length, uint32_t output_size, uint32_t *data_offset,
                                 uint8_t payload_type)
 {
+    if (rmcpp::args::any_null(session, payload, output, output_length, data_offset)) return rmcpp::args::null_input();
     *data_offset = 0;
     uint32_t data_length = length;
     if ((payload_type & kPayloadEncrypted) != 0) {
@@ -263,6 +268,9 @@ RMCPP_API int RMCPp_Get_Message(RMCPp_Session *session, uint8_t *output, uint32_
                                 uint32_t output_size, const struct timeval *start, const struct timeval *timeout,
                                 uint8_t *security_bits)
 {
+    if (rmcpp::args::any_null(session, output, output_length, start, timeout, security_bits) ||
+        rmcpp::args::never_opened(session))
+        return rmcpp::args::null_input();
     const uint32_t size = receive_buffer_size(output_size);
     auto *datagram = static_cast<uint8_t *>(std::malloc(size));
     if (datagram == nullptr) {
@@ -308,6 +316,8 @@ RMCPP_API int RMCPp_Get_Message(RMCPp_Session *session, uint8_t *output, uint32_
 RMCPP_API int RMCPp_Get_Message_Nowait(RMCPp_Session *session, uint8_t *output, uint32_t *output_length,
                                        uint32_t output_size, uint8_t *security_bits)
 {
+    if (rmcpp::args::any_null(session, output, output_length, security_bits) || rmcpp::args::never_opened(session))
+        return rmcpp::args::null_input();
     const uint32_t size = receive_buffer_size(output_size);
     auto *datagram = static_cast<uint8_t *>(std::malloc(size));
     if (datagram == nullptr) {

@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "arguments.h"
 #include "rmcpp.h"
 
 namespace {
@@ -30,6 +31,11 @@ extern "C" {
 
 RMCPP_API int init_socket(int *socket_fd, uint32_t address, uint32_t port, uint16_t local_port)
 {
+    if (socket_fd == nullptr) return rmcpp::args::null_input();
+    if (port > 0xFFFF) {
+        lib_log(3, "Invalid port number = %u.\n", port);
+        return RMCPP_ERR_INVALID;
+    }
     *socket_fd = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
     if (*socket_fd < 0) {
         lib_log(3, "Failed to make socket\n");
@@ -63,6 +69,7 @@ RMCPP_API int init_socket(int *socket_fd, uint32_t address, uint32_t port, uint1
 
 RMCPP_API int Send_RMCP(int socket_fd, const uint8_t *buffer, uint32_t length, int flags)
 {
+    if (buffer == nullptr) return rmcpp::args::null_input();
     const ssize_t sent = send(socket_fd, buffer, length, flags);
     if (sent == -1) {
         lib_log(3, "Failed to send RMCP packet\n");
@@ -82,6 +89,15 @@ RMCPP_API int Send_RMCP(int socket_fd, const uint8_t *buffer, uint32_t length, i
 // can tell it from a socket error by a length above their buffer size.
 RMCPP_API int Receive_RMCP(int socket_fd, uint8_t *buffer, uint32_t *length, int flags, const struct timeval *limit)
 {
+    // Refused with the code of a failed receive, as a closed descriptor is.
+    if (rmcpp::args::any_null(buffer, length, limit)) {
+        rmcpp::args::null_input();
+        return 2;
+    }
+    if (socket_fd < 0) {
+        lib_log(3, "Invalid socket descriptor = %d.\n", socket_fd);
+        return 2;
+    }
     struct pollfd readable = {socket_fd, POLLIN, 0};
     // ppoll leaves the caller's limit alone and, like select, carries whole
     // seconds out of the microseconds and refuses a negative limit instead

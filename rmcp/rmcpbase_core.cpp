@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "arguments.h"
 #include "rmcpp.h"
 #include "wire.h"
 
@@ -82,6 +83,7 @@ extern "C" {
 
 RMCPP_API int MakeRMCPHeader(uint8_t *buffer, const uint32_t *available, uint32_t *written)
 {
+    if (rmcpp::args::any_null(buffer, available, written)) return rmcpp::args::null_input();
     if (*available < 4) {
         lib_log(3, "Insufficinet size of Data [Make RMCP Header]\n");
         return 1;
@@ -95,11 +97,15 @@ RMCPP_API int MakeRMCPHeader(uint8_t *buffer, const uint32_t *available, uint32_
 RMCPP_API int CalculateAuthCode(uint8_t algorithm, const uint8_t *data, uint32_t data_length, const uint8_t *key,
                                 uint32_t key_length, uint8_t *output, uint32_t *output_length)
 {
+    if (output == nullptr) return rmcpp::args::null_input();
     switch (algorithm) {
     case 0:
         std::memset(output, 0, 20);
         return 0;
     case 1:
+        // Algorithm 0 reads neither the data nor the key.
+        if (output_length == nullptr || (data == nullptr && data_length != 0) || (key == nullptr && key_length != 0))
+            return rmcpp::args::null_input();
         hmac_sha1(key, key_length, data, data_length, output, output_length);
         return 0;
     default:
@@ -146,6 +152,8 @@ extern "C" {
 RMCPP_API int MakeRMCP_pluse_Packet(RMCPp_Session *session, const uint8_t *data, uint32_t data_length,
                                     uint8_t *buffer, uint32_t buffer_size, uint32_t *packet_length)
 {
+    if (rmcpp::args::any_null(session, buffer, packet_length) || (data == nullptr && data_length != 0))
+        return rmcpp::args::null_input();
     uint32_t room = buffer_size;
     uint32_t written = 0;
     const int header = MakeRMCPHeader(buffer, &room, &written);
@@ -241,6 +249,8 @@ RMCPP_API int MakeRMCP_pluse_Packet(RMCPp_Session *session, const uint8_t *data,
 
 RMCPP_API int RMCPp_Send_Message(RMCPp_Session *session, const uint8_t *data, uint32_t data_length)
 {
+    if (session == nullptr || (data == nullptr && data_length != 0) || rmcpp::args::never_opened(session))
+        return rmcpp::args::null_input();
     if (session->closed) return 5;
     if (data_length > kMaxRequestData) {
         lib_log(3, "Request data size is over lmitation(%d).\n", static_cast<int>(kMaxRequestData));

@@ -7,6 +7,21 @@
 
 #include "rmcpp.h"
 
+namespace {
+
+bool microseconds_in_range(const struct timeval *t) { return t->tv_usec >= 0 && t->tv_usec < 1000000; }
+
+// A point in time: not before the epoch, so that now - start cannot overflow.
+bool valid_time(const struct timeval *t) { return t->tv_sec >= 0 && microseconds_in_range(t); }
+
+int invalid_times()
+{
+    lib_log(3, "Invalid input value for Timer Check.\n");
+    return -1;
+}
+
+}  // namespace
+
 extern "C" {
 
 RMCPP_API const char *mess_tag[] = {"DEBUG", "INFO", "WARN", "ERROR", "NONE", nullptr};
@@ -16,8 +31,11 @@ RMCPP_API int Print_Level = 2;
 RMCPP_API int CheckTimeOver(const struct timeval *start, const struct timeval *now, const struct timeval *limit,
                             struct timeval *left)
 {
+    if (left == nullptr) return invalid_times();
     left->tv_sec = 0;
     left->tv_usec = 0;
+    if (start == nullptr || now == nullptr || limit == nullptr) return invalid_times();
+    if (!valid_time(start) || !valid_time(now) || !microseconds_in_range(limit)) return invalid_times();
 
     struct timeval elapsed;
     bool invalid = false;
@@ -53,6 +71,10 @@ RMCPP_API int CheckTimeOver(const struct timeval *start, const struct timeval *n
 
 RMCPP_API int ReadTimer(const struct timeval *start, const struct timeval *limit, struct timeval *left)
 {
+    if (start == nullptr || limit == nullptr || left == nullptr) {
+        if (left != nullptr) *left = {0, 0};
+        return invalid_times();
+    }
     struct timeval now;
     if (gettimeofday(&now, nullptr) != 0) {
         lib_log(3, "Failed to get current time.\n");
@@ -66,7 +88,7 @@ RMCPP_API int ReadTimer(const struct timeval *start, const struct timeval *limit
 RMCPP_API void lib_log(uint8_t level, const char *format, ...)
 {
     (void)level;
-    if (RMCPConnectSA == 0x24) return;
+    if (RMCPConnectSA == 0x24 || format == nullptr) return;
 
     char line[256];
     va_list args;
@@ -81,6 +103,7 @@ RMCPP_API void lib_log(uint8_t level, const char *format, ...)
 // Every matching entry sets the level; the walk does not stop at a match.
 RMCPP_API void change_printlevel(const char *name)
 {
+    if (name == nullptr) return;
     for (int i = 0; mess_tag[i] != nullptr; ++i)
         if (std::strcmp(name, mess_tag[i]) == 0) Print_Level = i;
 }
