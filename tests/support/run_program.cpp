@@ -25,7 +25,9 @@ ProgramResult run_program(const std::vector<std::string> &argv, std::chrono::mil
 {
     ProgramResult result;
     int out[2], err[2];
-    if (pipe(out) != 0 || pipe(err) != 0) return result;
+    // Close-on-exec, so programs run at once from several threads do not hold
+    // each other's pipes open (dup2 gives the child its own ends without it).
+    if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) return result;
     const pid_t pid = fork();
     if (pid == 0) {
         dup2(out[1], 1);

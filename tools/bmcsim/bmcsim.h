@@ -250,6 +250,9 @@ struct Config {
     std::vector<int> cipher_suites{0, 1, 2, 3};  // suites accepted in Open Session
     uint8_t channel_max_privilege = 4;          // granted when 0 is asked
     int max_sessions = 16;
+    // A session still being established that has had no request for this
+    // long gives up its slot when the table is full and another console asks.
+    int establishment_timeout_ms = 10000;
     uint32_t bmc_session_id = 0;                // 0: a fresh one per Open Session
     std::optional<std::array<uint8_t, 16>> rc;  // fixed BMC random number
 

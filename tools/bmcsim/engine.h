@@ -18,10 +18,13 @@ struct Outgoing {
     Bytes bytes;
 };
 
-// Where a request came from.
+// Where a request came from, and the simulator's address it was sent to.
 struct Peer {
     uint32_t ip = 0;  // host order
     uint16_t port = 0;
+    uint32_t local_ip = 0;  // host order
+
+    bool operator==(const Peer &) const = default;
 };
 
 struct Outcome {
@@ -48,6 +51,7 @@ struct Session {
     uint8_t user_id = 0;        // position of the user in Config::users, from 1
     Peer peer;                  // the console, as seen at Open Session
     bool active = false;        // RAKP 4 sent with status 0
+    Clock::time_point last_request{};  // of the establishment
 
     // The key of the integrity code in both directions.
     const std::array<uint8_t, 20> &integrity_key() const { return k1; }
@@ -136,6 +140,8 @@ private:
     friend struct SessionOps;
     std::array<uint8_t, 16> random16();
     uint32_t new_session_id(const Config &c);
+    // Frees the slot of the establishment idle longest, if idle too long.
+    bool reclaim_abandoned(const Config &c);
 };
 
 std::string hex(const uint8_t *p, size_t n);

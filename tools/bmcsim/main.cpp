@@ -43,6 +43,10 @@ A simulated IPMI v2.0 baseboard management controller on UDP.
   --suites LIST      cipher suites accepted, e.g. 0,1,2,3 (default)
   --max-privilege N  privilege granted when Open Session asks for 0 (default 4)
   --max-sessions N   sessions at once (default 16)
+  --establishment-timeout MS
+                     a session still being established with no request for
+                     this long gives up its slot to a new console when the
+                     table is full (default 10000)
   --session-id N     a fixed managed system session ID
   --seq-start N      first outbound session sequence number (default 1)
   --bridge-delay MS  delay of a bridged response (default 20)
@@ -403,6 +407,8 @@ void apply(Config &c, const std::string &option, const std::string &value, bool 
         for (const auto &s : split(value, ',')) c.cipher_suites.push_back(static_cast<int>(number(s, "suite")));
     } else if (option == "--max-privilege") c.channel_max_privilege = static_cast<uint8_t>(number(value, "max-privilege"));
     else if (option == "--max-sessions") c.max_sessions = static_cast<int>(number(value, "max-sessions"));
+    else if (option == "--establishment-timeout")
+        c.establishment_timeout_ms = static_cast<int>(number(value, "establishment-timeout"));
     else if (option == "--session-id") c.bmc_session_id = static_cast<uint32_t>(std::stoul(value, nullptr, 0));
     else if (option == "--seq-start") c.session.outbound_sequence_start = static_cast<uint32_t>(std::stoul(value, nullptr, 0));
     else if (option == "--bridge-delay") c.session.bridge_delay_ms = static_cast<int>(number(value, "bridge-delay"));

@@ -58,6 +58,20 @@ Bytes error_payload(uint8_t tag, uint8_t status, uint32_t console_id)
 
 }  // namespace
 
+bool Engine::reclaim_abandoned(const Config &c)
+{
+    auto oldest = sessions_.end();
+    for (auto it = sessions_.begin(); it != sessions_.end(); ++it)
+        if (!it->second.active && (oldest == sessions_.end() || it->second.last_request < oldest->second.last_request))
+            oldest = it;
+    if (oldest == sessions_.end() ||
+        Clock::now() - oldest->second.last_request < std::chrono::milliseconds(c.establishment_timeout_ms))
+        return false;
+    log("establishment of session " + hex32(oldest->second.bmc_id) + " abandoned: its slot is taken back");
+    sessions_.erase(oldest);
+    return true;
+}
+
 void Engine::open_session(const Bytes &d, const Config &c, Outcome &o)
 {
     auto rq = read_presession(d);
@@ -77,12 +91,14 @@ void Engine::open_session(const Bytes &d, const Config &c, Outcome &o)
     if (!r.ok() || r.remaining() != 0) p.records_ok = false;
 
     uint8_t status = judge(p, c);
-    // A resent request (same console session ID) gets the session it opened before.
+    // A resent request gets the session it opened before. Consoles choose
+    // their IDs and often the same one (ipmitool always does), so a resend
+    // is the same ID from the same address and port to the same address.
     auto pending = std::find_if(sessions_.begin(), sessions_.end(), [&](const auto &s) {
-        return !s.second.active && s.second.console_id == p.console_id;
+        return !s.second.active && s.second.console_id == p.console_id && s.second.peer == peer_;
     });
     if (status == kNoError && pending == sessions_.end() &&
-        static_cast<int>(sessions_.size()) >= c.max_sessions)
+        static_cast<int>(sessions_.size()) >= c.max_sessions && !reclaim_abandoned(c))
         status = kNoResources;
 
     Bytes payload;
@@ -106,6 +122,7 @@ void Engine::open_session(const Bytes &d, const Config &c, Outcome &o)
         s->confidentiality_alg = p.confidentiality;
         s->max_privilege = p.privilege ? p.privilege : c.channel_max_privilege;
         s->peer = peer_;
+        s->last_request = Clock::now();
         log("open session: console session " + hex32(p.console_id) + ", managed system session " + hex32(s->bmc_id) + ", algorithms " +
             std::to_string(p.auth) + "/" + std::to_string(p.integrity) + "/" + std::to_string(p.confidentiality) +
             ", privilege " + std::to_string(s->max_privilege) + " granted");

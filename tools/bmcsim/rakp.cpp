@@ -130,6 +130,7 @@ void Engine::rakp1(const Bytes &d, const Config &c, Outcome &o)
     uint8_t privilege = role & 0x0F;
     bool name_only = role & 0x10;
     auto it = sessions_.find(bmc_id);
+    if (it != sessions_.end() && !it->second.active) it->second.last_request = Clock::now();
     uint8_t status = kNoError;
     const User *user = nullptr;
     if (it == sessions_.end()) status = kInvalidSessionId;
@@ -186,6 +187,7 @@ void Engine::rakp3(const Bytes &d, const Config &c, Outcome &o)
     r.skip(2);
     uint32_t bmc_id = r.u32le();
     auto it = sessions_.find(bmc_id);
+    if (it != sessions_.end() && !it->second.active) it->second.last_request = Clock::now();
 
     if (console_status != kNoError) {
         log("RAKP 3 gives up the establishment with status " + hex(&console_status, 1));

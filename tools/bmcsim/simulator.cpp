@@ -132,7 +132,7 @@ struct Simulator::Impl {
                 reset = false;
             }
         }
-        detail::Outcome o = engine.handle(datagram, c, {ntohl(from.sin_addr.s_addr), ntohs(from.sin_port)});
+        detail::Outcome o = engine.handle(datagram, c, {ntohl(from.sin_addr.s_addr), ntohs(from.sin_port), local_ip(fd)});
         {
             std::lock_guard<std::mutex> g(mu);
             stats.received[static_cast<size_t>(o.kind)]++;
@@ -146,6 +146,14 @@ struct Simulator::Impl {
         cv.notify_all();
         for (auto &out : o.out)
             pending.push_back({at + std::chrono::milliseconds(out.delay_ms), seq++, o.kind, std::move(out.bytes), from, fd});
+    }
+
+    // The address the socket is bound to, host order.
+    uint32_t local_ip(int fd) const
+    {
+        for (size_t i = 0; i < fds.size(); ++i)
+            if (fds[i] == fd) return local_ips[i];
+        return 0;
     }
 
     void flush_due()
@@ -177,6 +185,7 @@ struct Simulator::Impl {
     uint64_t seq = 0;
 
     std::vector<int> fds;
+    std::vector<uint32_t> local_ips;  // of fds, host order
     int wake = -1;
     std::atomic<bool> quit{false};
     std::thread thread;
@@ -227,6 +236,12 @@ void Simulator::start()
         throw std::runtime_error("bmcsim: eventfd failed");
     }
     impl_->fds = fds;
+    impl_->local_ips.clear();
+    for (const auto &a : addresses) {
+        in_addr ip{};
+        ::inet_pton(AF_INET, a.c_str(), &ip);
+        impl_->local_ips.push_back(ntohl(ip.s_addr));
+    }
     impl_->wake = wake;
     impl_->quit = false;
     for (const auto &a : addresses) impl_->event("listening on " + a + ":" + std::to_string(c.port));
@@ -243,6 +258,7 @@ void Simulator::stop()
     for (int f : impl_->fds) ::close(f);
     ::close(impl_->wake);
     impl_->fds.clear();
+    impl_->local_ips.clear();
     impl_->wake = -1;
     impl_->pending.clear();
     impl_->event("stopped");

@@ -13,6 +13,7 @@
 #include "options.h"
 #include "result_text.h"
 #include "rmcpp.h"
+#include "trace_log.h"
 
 namespace {
 
@@ -20,48 +21,9 @@ using cli::Bytes;
 using cli::Fields;
 using cli::Options;
 
-// ------------------------------------------------------------ the log
-
-bool g_verbose = false;
-std::vector<std::string> g_log;
-
-}  // namespace
-
-// The library's log lines: kept for the error message, shown with -v.
-extern "C" void putKivTrace(int channel, const KivTraceRecord *record, const char *text)
-{
-    (void)channel;
-    (void)record;
-    g_log.emplace_back(text);
-    if (g_verbose) {
-        std::fputs(text, stderr);
-        if (text[0] == '\0' || text[std::strlen(text) - 1] != '\n') std::fputc('\n', stderr);
-    }
-}
-
-namespace {
-
-// RMCP+ status code of the last "[ Status Code ] " line, read back through
-// the library's own table of texts.
-std::optional<std::pair<int, std::string>> last_status_code()
-{
-    for (size_t i = g_log.size(); i-- > 1;) {
-        if (g_log[i - 1] != "[ Status Code ] ") continue;
-        const std::string text = g_log[i];
-        const bool verbose = g_verbose;
-        g_verbose = false;
-        std::optional<std::pair<int, std::string>> found;
-        for (int code = 0; code <= 0xFF && !found; ++code) {
-            const size_t before = g_log.size();
-            PrintRMCPStatusCode(code);
-            if (g_log.size() == before + 2 && g_log.back() == text) found = {{code, text}};
-            g_log.resize(before);
-        }
-        g_verbose = verbose;
-        return found;
-    }
-    return std::nullopt;
-}
+// Lines of the library's log the error messages look for.
+constexpr const char *kRakp2KeyInvalid = "Received Key of RAKP Message 2 is invalid.\n\n";
+constexpr const char *kRakp4KeyInvalid = "Received Key of RAKP Message 4 is invalid.\n\n";
 
 std::string sentence(std::string text)
 {
@@ -73,14 +35,13 @@ std::string sentence(std::string text)
 int fail(const std::string &what, int code)
 {
     std::string meaning = rmcpp_result_text(code);
-    const auto logged = [](const char *text) { return std::find(g_log.begin(), g_log.end(), text) != g_log.end(); };
-    if (code == RMCPP_ERR_STATUS && logged("Received Key of RAKP Message 2 is invalid.\n\n")) {
+    if (code == RMCPP_ERR_STATUS && cli::trace::seen(kRakp2KeyInvalid)) {
         meaning = "the key exchange code in RAKP 2 did not match: wrong password (or Kg); the session was refused";
-    } else if (code == RMCPP_ERR_HEADER && logged("Received Key of RAKP Message 4 is invalid.\n\n")) {
+    } else if (code == RMCPP_ERR_HEADER && cli::trace::seen(kRakp4KeyInvalid)) {
         meaning = "the integrity check value in RAKP 4 did not match: the two sides derived different session "
                   "keys (wrong Kg?)";
     } else if (code == RMCPP_ERR_STATUS) {
-        if (const auto status = last_status_code()) {
+        if (const auto status = cli::trace::last_status_code()) {
             char text[160];
             std::snprintf(text, sizeof text, "the BMC answered with RMCP+ status 0x%02X, %s", status->first,
                           sentence(status->second).c_str());
@@ -387,6 +348,8 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "rmcpp: %s\n\n%s", problem->c_str(), cli::usage().c_str());
         return 2;
     }
-    g_verbose = o.verbose;
+    cli::trace::set_verbose(o.verbose);
+    cli::trace::watch(kRakp2KeyInvalid);
+    cli::trace::watch(kRakp4KeyInvalid);
     return run(o);
 }

@@ -1,0 +1,136 @@
+// The library logs a line for every datagram it ignores, so a BMC or a
+// forger sending junk could make a log kept in full grow without limit.
+// Only what the error messages read back is kept: whether each watched
+// line has been logged, and the line after the last "[ Status Code ] ".
+#include "trace_log.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include "rmcpp.h"
+
+namespace cli::trace {
+
+namespace {
+
+constexpr const char *kStatusMarker = "[ Status Code ] ";
+// Longer than any status text the library writes (its lines are cut at
+// 255 bytes); a longer line is kept only as "too long" and matches none.
+constexpr size_t kStatusTextRoom = 256;
+// The status text lookup writes two lines per code.
+constexpr size_t kLookupLines = 2;
+
+struct Watched {
+    std::string line;
+    bool seen = false;
+};
+
+struct StatusLine {
+    std::string text;
+    bool too_long = false;
+};
+
+struct Log {
+    bool verbose = false;
+    std::vector<Watched> watched;
+    bool after_marker = false;
+    std::optional<StatusLine> status;  // the line after the last marker
+    // While the lookup runs: the lines it makes, kept apart.
+    bool looking_up = false;
+    std::vector<std::string> lookup;
+    size_t lookup_count = 0;
+};
+
+Log g_log;
+
+void keep(const char *text)
+{
+    for (Watched &w : g_log.watched)
+        if (!w.seen && w.line == text) w.seen = true;
+    if (g_log.after_marker) {
+        const size_t n = ::strnlen(text, kStatusTextRoom + 1);
+        g_log.status = StatusLine{};
+        if (n > kStatusTextRoom) g_log.status->too_long = true;
+        else g_log.status->text.assign(text, n);
+    }
+    g_log.after_marker = std::strcmp(text, kStatusMarker) == 0;
+}
+
+void keep_lookup(const char *text)
+{
+    // Cut one byte past the room: a cut line equals no status text kept.
+    if (g_log.lookup.size() < kLookupLines) g_log.lookup.emplace_back(text, ::strnlen(text, kStatusTextRoom + 1));
+    ++g_log.lookup_count;
+}
+
+}  // namespace
+
+void set_verbose(bool on) { g_log.verbose = on; }
+
+void watch(const std::string &line)
+{
+    if (std::none_of(g_log.watched.begin(), g_log.watched.end(), [&](const Watched &w) { return w.line == line; }))
+        g_log.watched.push_back({line, false});
+}
+
+bool seen(const std::string &line)
+{
+    return std::any_of(g_log.watched.begin(), g_log.watched.end(),
+                       [&](const Watched &w) { return w.seen && w.line == line; });
+}
+
+std::optional<std::pair<int, std::string>> last_status_code()
+{
+    if (!g_log.status || g_log.status->too_long) return std::nullopt;
+    const std::string text = g_log.status->text;
+    g_log.looking_up = true;
+    std::optional<std::pair<int, std::string>> found;
+    for (int code = 0; code <= 0xFF && !found; ++code) {
+        g_log.lookup.clear();
+        g_log.lookup_count = 0;
+        PrintRMCPStatusCode(code);
+        if (g_log.lookup_count == kLookupLines && g_log.lookup.back() == text) found = {{code, text}};
+    }
+    g_log.lookup.clear();
+    g_log.lookup.shrink_to_fit();
+    g_log.lookup_count = 0;
+    g_log.looking_up = false;
+    return found;
+}
+
+size_t held_bytes()
+{
+    size_t n = g_log.watched.capacity() * sizeof(Watched) + g_log.lookup.capacity() * sizeof(std::string);
+    for (const Watched &w : g_log.watched) n += w.line.capacity();
+    for (const std::string &l : g_log.lookup) n += l.capacity();
+    if (g_log.status) n += g_log.status->text.capacity();
+    return n;
+}
+
+void reset()
+{
+    const bool verbose = g_log.verbose;
+    g_log = Log{};
+    g_log.verbose = verbose;
+}
+
+}  // namespace cli::trace
+
+// The library's log lines: shown with -v; what the error messages need is kept.
+extern "C" void putKivTrace(int channel, const KivTraceRecord *record, const char *text)
+{
+    (void)channel;
+    (void)record;
+    using cli::trace::g_log;
+    if (g_log.looking_up) {
+        cli::trace::keep_lookup(text);
+        return;
+    }
+    cli::trace::keep(text);
+    if (g_log.verbose) {
+        std::fputs(text, stderr);
+        if (text[0] == '\0' || text[std::strlen(text) - 1] != '\n') std::fputc('\n', stderr);
+    }
+}
