@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "process_settings.h"
 #include "rmcpp.h"
 #include "wire.h"
 
@@ -276,7 +277,7 @@ RMCPP_API int IPMI_CloseSession(IPMI_SessionParam *param)
 
     uint8_t session_id[4];
     rmcpp::wire::Writer(session_id, sizeof session_id).u32le(param->session->bmc_session_id);
-    const IPMI_MsgHeader header = {6, RMCPConnectSA, 0x3C, 0, 1, 7, param->slave_address, param->lun};
+    const IPMI_MsgHeader header = {6, rmcpp::load_setting(RMCPConnectSA), 0x3C, 0, 1, 7, param->slave_address, param->lun};
     uint8_t request[20];
     int request_length = 0;
     MakeIPMIRequest(&header, session_id, sizeof session_id, request, sizeof request, &request_length);

@@ -4,6 +4,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include "process_settings.h"
 #include "rmcpp.h"
 
 extern "C" {
@@ -120,10 +121,12 @@ int check_algorithm(RMCPp_SetupState *state, uint8_t proposed, uint8_t accepted,
 RMCPP_API int SetupSession(RMCPp_SetupState *state, uint32_t port, uint32_t privilege, uint32_t name_only_lookup,
                            uint32_t two_key_login, uint32_t *granted_out)
 {
-    if (do_self_check) {
+    // Two threads may both run the check before either clears the flag;
+    // it has no side effects, so that is harmless.
+    if (rmcpp::load_setting(do_self_check)) {
         const int r = CheckSelfTypes();
         if (r != 0) return r;
-        do_self_check = 0;
+        rmcpp::store_setting(do_self_check, 0);
     }
 
     int r = init_socket(&state->socket_fd, state->bmc_address, port, state->local_port);

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "process_settings.h"
 #include "rmcpp.h"
 
 extern "C" {
@@ -66,7 +67,7 @@ RMCPP_API int ReadTimer(const struct timeval *start, const struct timeval *limit
 RMCPP_API void lib_log(uint8_t level, const char *format, ...)
 {
     (void)level;
-    if (RMCPConnectSA == 0x24) return;
+    if (rmcpp::load_setting(RMCPConnectSA) == 0x24) return;
 
     char line[256];
     va_list args;
@@ -82,7 +83,7 @@ RMCPP_API void lib_log(uint8_t level, const char *format, ...)
 RMCPP_API void change_printlevel(const char *name)
 {
     for (int i = 0; mess_tag[i] != nullptr; ++i)
-        if (std::strcmp(name, mess_tag[i]) == 0) Print_Level = i;
+        if (std::strcmp(name, mess_tag[i]) == 0) rmcpp::store_setting(Print_Level, i);
 }
 
 }  // extern "C"
