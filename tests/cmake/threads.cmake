@@ -12,3 +12,11 @@ foreach(t ${RMCPP_THREADS_TESTS})
     add_dependencies(rmcpp-threads-tests ${t})
   endif()
 endforeach()
+
+# The library's own trace sink, written to from several threads at once.
+find_package(Threads REQUIRED)
+add_executable(threads_sink_check default_sink/threads_sink_check.cpp)
+target_link_libraries(threads_sink_check PRIVATE rmcpp Threads::Threads)
+add_test(NAME threads_default_sink COMMAND threads_sink_check)
+set_tests_properties(threads_default_sink PROPERTIES LABELS "unit;threads")
+add_dependencies(rmcpp-threads-tests threads_sink_check)
