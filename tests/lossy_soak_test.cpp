@@ -52,6 +52,7 @@ struct Tally {
     std::map<int, int> exchange_results, setup_results, close_results;
     int exchanges = 0;
     int exact = 0;
+    std::map<int, std::pair<int, int>> by_suite;  // cipher suite: exchanges, exact responses
     std::vector<std::string> wrong;  // calls that returned 0 with the wrong answer or session
 
     void add(const Tally &o)
@@ -61,6 +62,10 @@ struct Tally {
         for (const auto &[code, n] : o.close_results) close_results[code] += n;
         exchanges += o.exchanges;
         exact += o.exact;
+        for (const auto &[suite, n] : o.by_suite) {
+            by_suite[suite].first += n.first;
+            by_suite[suite].second += n.second;
+        }
         wrong.insert(wrong.end(), o.wrong.begin(), o.wrong.end());
     }
 };
@@ -96,13 +101,13 @@ public:
             if (!session_matches_simulator(param, suite))
                 t.wrong.push_back("worker " + std::to_string(worker) + ": session set up with wrong values, suite " +
                                   std::to_string(suite));
-            run_exchanges(worker, param, t);
+            run_exchanges(worker, suite, param, t);
             if (param.session != nullptr) ++t.close_results[IPMI_CloseSession(&param)];
         }
     }
 
 private:
-    void run_exchanges(int worker, IPMI_SessionParam &param, Tally &t)
+    void run_exchanges(int worker, int suite, IPMI_SessionParam &param, Tally &t)
     {
         for (int i = 0; i < kPerSession && remaining_.fetch_sub(1) > 0; ++i) {
             const Bytes request = request_of(0x06, 0x01, static_cast<uint8_t>(t.exchanges & 0x3F));
@@ -114,13 +119,16 @@ private:
                                           &released, 3, 1);
             ++t.exchanges;
             ++t.exchange_results[r];
+            ++t.by_suite[suite].first;
             if (r == 0) {
                 response.resize(length);
-                if (response == response_to(request, 0x00, kDeviceId))
+                if (response == response_to(request, 0x00, kDeviceId)) {
                     ++t.exact;
-                else
+                    ++t.by_suite[suite].second;
+                } else {
                     t.wrong.push_back("worker " + std::to_string(worker) + ": exchange " +
                                       std::to_string(t.exchanges) + " accepted a wrong response");
+                }
             }
             if (released) return;
         }
@@ -190,6 +198,8 @@ TEST(LossySoak, TwoThousandExchangesNeverAcceptAWrongAnswer)
     std::printf("exchanges %d, exact responses %d, success ratio %.3f (floor %.2f)\n", all.exchanges, all.exact,
                 ratio, kSuccessFloor);
     std::printf("exchange results:%s\n", results_text(all.exchange_results).c_str());
+    for (const auto &[suite, n] : all.by_suite)
+        std::printf("  cipher suite %d: %d exchanges, %d exact responses\n", suite, n.first, n.second);
     std::printf("set-up results:%s\n", results_text(all.setup_results).c_str());
     std::printf("close results:%s\n", results_text(all.close_results).c_str());
     std::printf("relays: %llu datagrams; passed %llu, dropped %llu, duplicated %llu, reordered %llu, corrupted %llu\n",
