@@ -9,6 +9,7 @@
 #include <cstdlib>
 
 #include "arguments.h"
+#include "process_settings.h"
 #include "rmcpp.h"
 #include "wire.h"
 
@@ -291,7 +292,8 @@ RMCPP_API int IPMI_CloseSession(IPMI_SessionParam *param)
 
     uint8_t session_id[4];
     rmcpp::wire::Writer(session_id, sizeof session_id).u32le(param->session->bmc_session_id);
-    const IPMI_MsgHeader header = {6, RMCPConnectSA, 0x3C, 0, 1, 7, param->slave_address, param->lun};
+    const uint8_t rq_addr = rmcpp::load_setting(RMCPConnectSA);
+    const IPMI_MsgHeader header = {6, rq_addr, 0x3C, 0, 1, 7, param->slave_address, param->lun};
     uint8_t request[20];
     int request_length = 0;
     MakeIPMIRequest(&header, session_id, sizeof session_id, request, sizeof request, &request_length);

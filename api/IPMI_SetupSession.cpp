@@ -5,6 +5,7 @@
 
 #include <unistd.h>
 
+#include "process_settings.h"
 #include "rmcpp.h"
 
 extern "C" {
@@ -14,8 +15,14 @@ RMCPP_API struct timeval RMCPtimeout = {5, 0};
 
 RMCPP_API uint8_t RMCPStandardKeys = 0;
 
-RMCPP_API void IPMI_SetupConnectSA(unsigned value) { RMCPConnectSA = static_cast<uint8_t>(value); }
-RMCPP_API void IPMI_SetupStandardKeys(unsigned value) { RMCPStandardKeys = static_cast<uint8_t>(value); }
+RMCPP_API void IPMI_SetupConnectSA(unsigned value)
+{
+    rmcpp::store_setting(RMCPConnectSA, static_cast<uint8_t>(value));
+}
+RMCPP_API void IPMI_SetupStandardKeys(unsigned value)
+{
+    rmcpp::store_setting(RMCPStandardKeys, static_cast<uint8_t>(value));
+}
 
 namespace {
 
@@ -70,7 +77,7 @@ void open_session(const RMCPp_SetupState &state, RMCPp_Session &s)
     s.per_msg_auth_status = state.per_msg_auth_status;
     s.user_auth_status = state.user_auth_status;
     s.closed = 0;
-    if (RMCPStandardKeys) derive_standard_keys(state, s);
+    if (rmcpp::load_setting(RMCPStandardKeys)) derive_standard_keys(state, s);
 }
 
 }  // namespace

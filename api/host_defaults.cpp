@@ -12,10 +12,13 @@ RMCPP_API void putKivTrace(int channel, const KivTraceRecord *record, const char
 {
     (void)channel;
     if (record == nullptr || text == nullptr) return;
-    std::fputs(text, stderr);
     // Log lines carry their own line end; completion-code trace lines do not.
+    // The line and its added end go out together, between other threads' lines.
     const size_t n = std::strlen(text);
+    flockfile(stderr);
+    std::fputs(text, stderr);
     if (n == 0 || text[n - 1] != '\n') std::fputc('\n', stderr);
+    funlockfile(stderr);
 }
 
 RMCPP_API char *lmsg_getmsg(int number, char *text, const char *argument)

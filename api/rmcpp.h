@@ -183,6 +183,42 @@ RMCPP_API void putKivTrace(int channel, const KivTraceRecord *record, const char
 RMCPP_API char *lmsg_getmsg(int number, char *text, const char *argument);
 
 /* ------------------------------------------------------------------ */
+/* Threads                                                             */
+/*                                                                     */
+/* The library owns no threads; every call runs on the caller's        */
+/* thread. Distinct sessions may run on distinct threads at the same   */
+/* time: one thread sets up, uses and closes one IPMI_SessionParam     */
+/* while others do the same with theirs. One session (its              */
+/* IPMI_SessionParam and the RMCPp_Session it holds) must not be used  */
+/* from two threads at once; handing it from one thread to another     */
+/* needs the host's own synchronisation (a mutex, a thread join).      */
+/* Calls that work only on their arguments (message framing, packet    */
+/* checks, the cipher API) may run on any thread.                      */
+/*                                                                     */
+/* Process-wide, shared by every session:                              */
+/* - the globals below. The library reads and writes them atomically.  */
+/*   While sessions run, change them only through IPMI_SetupConnectSA, */
+/*   IPMI_SetupStandardKeys and change_printlevel, or with atomic      */
+/*   accesses of the host's own (__atomic_store_n); plain writes       */
+/*   belong before the sessions' threads start. A change applies from  */
+/*   the next request or establishment that reads it.                  */
+/* - the session-ID counter and the random-number generator behind     */
+/*   MakeSessionID and MakeRandomNumber (re-seeded when                */
+/*   flag_1st_random is set): each ID and each number is made under    */
+/*   one lock, so no two sessions get the same one.                    */
+/* - the C library generator (srand/rand), which MakeSessionID         */
+/*   re-seeds on every call: other users of it in the host perturb     */
+/*   session IDs.                                                      */
+/* - the trace sink and the message catalogue, called from whichever   */
+/*   thread logs, several at once: a host's replacement must be        */
+/*   thread-safe. The default writes each line whole to standard       */
+/*   error.                                                            */
+/* - the local ports 7001..7099 that a session with local_port 0 looks */
+/*   through: sessions set up at once each bind a port of their own.   */
+/* Each thread keeps one HMAC context of its own, freed when it ends.  */
+/* ------------------------------------------------------------------ */
+
+/* ------------------------------------------------------------------ */
 /* Globals                                                             */
 /* ------------------------------------------------------------------ */
 RMCPP_API extern uint8_t RMCPConnectSA;        /* rqAddr of own requests; 0x24 silences the log */

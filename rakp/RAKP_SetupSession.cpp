@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "arguments.h"
+#include "process_settings.h"
 #include "rmcpp.h"
 
 extern "C" {
@@ -129,10 +130,12 @@ RMCPP_API int SetupSession(RMCPp_SetupState *state, uint32_t port, uint32_t priv
                            uint32_t two_key_login, uint32_t *granted_out)
 {
     if (rmcpp::args::any_null(state, granted_out)) return rmcpp::args::null_input();
-    if (do_self_check) {
+    // Two threads may both run the check before either clears the flag;
+    // it has no side effects, so that is harmless.
+    if (rmcpp::load_setting(do_self_check)) {
         const int r = CheckSelfTypes();
         if (r != 0) return r;
-        do_self_check = 0;
+        rmcpp::store_setting(do_self_check, 0);
     }
 
     int r = init_socket(&state->socket_fd, state->bmc_address, port, state->local_port);

@@ -5,6 +5,7 @@
 // library speaks.
 #include "arguments.h"
 #include "RAKP_common.h"
+#include "process_settings.h"
 #include "rmcpp.h"
 #include "wire.h"
 
@@ -128,7 +129,8 @@ RMCPP_API int Check_GetAuthCapa_v15(const uint8_t *data, uint32_t length, uint8_
 RMCPP_API int GetAuthCapa_v15(RMCPp_SetupState *state, uint8_t *not_supported, uint8_t privilege)
 {
     if (rmcpp::args::any_null(state, not_supported)) return rmcpp::args::null_input();
-    const IPMI_MsgHeader record = {kNetFnApp,   RMCPConnectSA,  kCmdGetChannelAuthCapabilities, 0, 1,
+    const uint8_t rq_addr = rmcpp::load_setting(RMCPConnectSA);
+    const IPMI_MsgHeader record = {kNetFnApp,     rq_addr,        kCmdGetChannelAuthCapabilities, 0, 1,
                                    kNetFnApp + 1, state->rs_addr, state->rs_lun};
 
     uint8_t request[400];

@@ -8,8 +8,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <mutex>
 
 #include "arguments.h"
+#include "process_settings.h"
 #include "rmcpp.h"
 #include "wire.h"
 
@@ -17,12 +19,69 @@ using rmcpp::wire::Writer;
 
 namespace {
 
-// Process-wide generator state, shared by every establishment without a
-// lock: one establishment at a time per process.
+// Process-wide generator state, shared by every establishment. Sessions
+// are set up on several threads at once, so all of it (and the C library
+// generator's re-seed and draws) changes under generator_lock: each session
+// ID and each random number is made whole by one thread, and every thread
+// gets numbers no other thread got.
+std::mutex generator_lock;
 uint16_t seq;        // ORed into the low half of every session ID
 uint8_t Key[20];     // HMAC key of the random-number generator
 uint32_t Cp;         // microseconds of the clock at the first random number
 uint32_t Cq;         // random numbers made so far
+
+// The C library generator is re-seeded on every call, so IDs made within
+// the same two seconds share their upper half; only `seq` sets them apart.
+// The caller holds generator_lock.
+uint32_t next_session_id()
+{
+    srand(static_cast<unsigned>(time(nullptr)) >> 1);
+    for (;;) {
+        const uint32_t r = static_cast<uint32_t>(rand());
+        // A value below 0x10000 is moved into the upper half, not discarded.
+        uint32_t candidate = (r & 0xFFFF0000u) != 0 ? (r & 0xFFFF0000u) : ((r & 0xFFFFu) << 16);
+        candidate |= seq;
+        ++seq;
+        if (candidate != 0) return candidate;
+    }
+}
+
+// Rm is the first 16 bytes of HMAC-SHA1 under Key over Cp | Cq. Key and Cp
+// are made on the first call (or whenever the host sets flag_1st_random
+// again); later numbers differ only by the counter Cq. The caller holds
+// generator_lock and logs the message left in `failure`.
+int next_random_number(uint8_t *out, const char *&failure)
+{
+    if (rmcpp::load_setting(flag_1st_random)) {
+        struct timeval now;
+        if (gettimeofday(&now, nullptr) != 0) {
+            failure = "Could not get current time.\n";
+            return 1;
+        }
+        Cp = static_cast<uint32_t>(now.tv_usec);
+        Writer key(Key, sizeof Key);
+        for (int i = 0; i < 5; ++i) key.u32le(next_session_id());
+        rmcpp::store_setting(flag_1st_random, uint8_t{0});
+    }
+
+    uint8_t input[8];
+    Writer w(input, sizeof input);
+    w.u32le(Cp).u32le(Cq);
+
+    uint8_t result[20];
+    uint32_t result_length = 0;
+    if (CalculateAuthCode(1, input, sizeof input, Key, sizeof Key, result, &result_length) != 0) {
+        failure = "Could not generate random number.\n\n";
+        return 1;
+    }
+    if (result_length != 20) {
+        failure = "Invalid data length of generating Auth code.\n\n";
+        return 1;
+    }
+    std::memcpy(out, result, 16);
+    ++Cq;
+    return 0;
+}
 
 // K2 is HMAC-SHA1 under the SIK over sixty-four 0x02 bytes. The constant is
 // 64 bytes long on purpose; 20 bytes of 0x02 would give another key.
@@ -38,56 +97,24 @@ extern "C" {
 
 RMCPP_API uint8_t flag_1st_random = 1;
 
-// The C library generator is re-seeded on every call, so IDs made within
-// the same two seconds share their upper half; only `seq` sets them apart.
 RMCPP_API uint32_t MakeSessionID(void)
 {
-    srand(static_cast<unsigned>(time(nullptr)) >> 1);
-    for (;;) {
-        const uint32_t r = static_cast<uint32_t>(rand());
-        // A value below 0x10000 is moved into the upper half, not discarded.
-        uint32_t candidate = (r & 0xFFFF0000u) != 0 ? (r & 0xFFFF0000u) : ((r & 0xFFFFu) << 16);
-        candidate |= seq;
-        ++seq;
-        if (candidate != 0) return candidate;
-    }
+    const std::lock_guard<std::mutex> hold(generator_lock);
+    return next_session_id();
 }
 
-// Rm is the first 16 bytes of HMAC-SHA1 under Key over Cp | Cq. Key and Cp
-// are made on the first call (or whenever the host sets flag_1st_random
-// again); later numbers differ only by the counter Cq.
+// The message of a failure goes out after the lock is released.
 RMCPP_API int MakeRandomNumber(uint8_t *out)
 {
     if (out == nullptr) return rmcpp::args::null_input();
-    if (flag_1st_random) {
-        struct timeval now;
-        if (gettimeofday(&now, nullptr) != 0) {
-            lib_log(3, "Could not get current time.\n");
-            return 1;
-        }
-        Cp = static_cast<uint32_t>(now.tv_usec);
-        Writer key(Key, sizeof Key);
-        for (int i = 0; i < 5; ++i) key.u32le(MakeSessionID());
-        flag_1st_random = 0;
+    const char *failure = nullptr;
+    int result;
+    {
+        const std::lock_guard<std::mutex> hold(generator_lock);
+        result = next_random_number(out, failure);
     }
-
-    uint8_t input[8];
-    Writer w(input, sizeof input);
-    w.u32le(Cp).u32le(Cq);
-
-    uint8_t result[20];
-    uint32_t result_length = 0;
-    if (CalculateAuthCode(1, input, sizeof input, Key, sizeof Key, result, &result_length) != 0) {
-        lib_log(3, "Could not generate random number.\n\n");
-        return 1;
-    }
-    if (result_length != 20) {
-        lib_log(3, "Invalid data length of generating Auth code.\n\n");
-        return 1;
-    }
-    std::memcpy(out, result, 16);
-    ++Cq;
-    return 0;
+    if (failure != nullptr) lib_log(3, "%s", failure);
+    return result;
 }
 
 // SIK = HMAC(key, Rm | Rc | role | N | user name). The key is Kg when the

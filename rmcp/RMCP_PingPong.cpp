@@ -3,6 +3,7 @@
 #include <sys/time.h>
 
 #include "arguments.h"
+#include "process_settings.h"
 #include "rmcpp.h"
 #include "wire.h"
 
@@ -122,7 +123,7 @@ extern "C" RMCPP_API int RMCP_PingPong(int socket_fd, int attempts, const struct
         struct timeval now = start;
         // The time left is rewritten by the first time check, before any
         // receive: the RMCPtimeout seed never reaches a wait.
-        struct timeval left = RMCPtimeout;
+        struct timeval left = {rmcpp::load_setting(RMCPtimeout.tv_sec), rmcpp::load_setting(RMCPtimeout.tv_usec)};
 
         while (CheckTimeOver(&start, &now, limit, &left) == 0) {
             uint8_t pong[30];

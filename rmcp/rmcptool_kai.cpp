@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "process_settings.h"
 #include "rmcpp.h"
 
 namespace {
@@ -88,7 +89,7 @@ RMCPP_API int ReadTimer(const struct timeval *start, const struct timeval *limit
 RMCPP_API void lib_log(uint8_t level, const char *format, ...)
 {
     (void)level;
-    if (RMCPConnectSA == 0x24 || format == nullptr) return;
+    if (rmcpp::load_setting(RMCPConnectSA) == 0x24 || format == nullptr) return;
 
     char line[256];
     va_list args;
@@ -105,7 +106,7 @@ RMCPP_API void change_printlevel(const char *name)
 {
     if (name == nullptr) return;
     for (int i = 0; mess_tag[i] != nullptr; ++i)
-        if (std::strcmp(name, mess_tag[i]) == 0) Print_Level = i;
+        if (std::strcmp(name, mess_tag[i]) == 0) rmcpp::store_setting(Print_Level, i);
 }
 
 }  // extern "C"
