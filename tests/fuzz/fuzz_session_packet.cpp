@@ -16,7 +16,10 @@
 //   bit 5  the caller's output buffer is small (16 bytes)
 //   bit 6  build mode: options 2 and 3 are XORed into the trailer's pad
 //          length and next header before the code is made
-// Option byte 1: the sequence number in build mode.
+//   bit 7  the session's receive windows start from options 1 to 6 (the
+//          highest number accepted, 32 bits, and the window's bits, 16),
+//          and the sequence number in build mode is options 7 to 10
+// Option byte 1 (without bit 7): the sequence number in build mode.
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
 
@@ -26,7 +29,7 @@ namespace {
 
 constexpr size_t kMaxDatagram = 65471 + 128;
 
-fuzz::Bytes build_packet(fuzz::Bytes payload, uint8_t options, uint8_t sequence, uint8_t pad_length_xor,
+fuzz::Bytes build_packet(fuzz::Bytes payload, uint8_t options, uint32_t sequence, uint8_t pad_length_xor,
                          uint8_t next_header_xor)
 {
     const bool authenticated = options & 0x08;
@@ -43,7 +46,9 @@ fuzz::Bytes build_packet(fuzz::Bytes payload, uint8_t options, uint8_t sequence,
     const uint32_t n = payload.size();
     fuzz::Bytes p = {0x06, 0x00, 0xFF, 0x07, 0x06, type,
                      static_cast<uint8_t>(id), static_cast<uint8_t>(id >> 8), static_cast<uint8_t>(id >> 16),
-                     static_cast<uint8_t>(id >> 24), sequence, 0, 0, 0,
+                     static_cast<uint8_t>(id >> 24), static_cast<uint8_t>(sequence),
+                     static_cast<uint8_t>(sequence >> 8), static_cast<uint8_t>(sequence >> 16),
+                     static_cast<uint8_t>(sequence >> 24),
                      static_cast<uint8_t>(n), static_cast<uint8_t>(n >> 8)};
     p.insert(p.end(), payload.begin(), payload.end());
     if (!authenticated) return p;
@@ -65,12 +70,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     fuzz::Options in(data, size);
     const uint8_t options = in.u8();
-    const uint8_t sequence = in.u8();
-    const uint8_t pad_length_xor = (options & 0x40) ? in.u8() : 0;
-    const uint8_t next_header_xor = (options & 0x40) ? in.u8() : 0;
-
     RMCPp_Session session;
     fuzz::init_session(session, options & 1, (options >> 1) & 1);
+    uint32_t sequence = 0;
+    if (options & 0x80) {
+        session.recv_seq_auth = session.recv_seq_unauth = in.u32le();
+        session.recv_window_auth = session.recv_window_unauth = static_cast<uint16_t>(in.u8() | (in.u8() << 8));
+        sequence = in.u32le();
+    } else {
+        sequence = in.u8();
+    }
+    const uint8_t pad_length_xor = (options & 0x40) ? in.u8() : 0;
+    const uint8_t next_header_xor = (options & 0x40) ? in.u8() : 0;
 
     fuzz::Bytes datagram = in.take(kMaxDatagram);
     if (options & 0x04) datagram = build_packet(datagram, options, sequence, pad_length_xor, next_header_xor);

@@ -192,6 +192,13 @@ void session_packets()
     write("session_packet", "build_enc_small_output", cat({{0x07 | 0x08 | 0x10 | 0x20, 4}, clear}));
     write("session_packet", "build_enc_only", cat({{0x06 | 0x10, 5}, clear}));
     write("session_packet", "build_trailer_xor", cat({{0x05 | 0x08 | 0x40, 6, 0x01, 0x01}, answer}));
+    // Receive windows: highest 1000, the 16 numbers below it all taken
+    // but 990; packets numbered 990 (behind), 1000 (a repeat), 1010 (ahead).
+    for (uint32_t sequence : {990u, 1000u, 1010u}) {
+        Bytes window = {0x05 | 0x08 | 0x80, 0xE8, 0x03, 0x00, 0x00, 0xBF, 0xFF};
+        for (int i = 0; i < 4; ++i) window.push_back(static_cast<uint8_t>(sequence >> (8 * i)));
+        write("session_packet", "window_" + std::to_string(sequence), cat({window, answer}));
+    }
     write("session_packet", "short", {0x00, 0x00, 0x06, 0x00, 0xFF, 0x07});
 }
 
