@@ -361,10 +361,22 @@ void add_addresses(Config &c, const std::string &list)
 
 void apply(Config &c, const std::string &option, const std::string &value, bool &help);
 
+// Configuration files may name further ones; a file that names itself,
+// directly or through others, stops at this depth instead of recursing
+// until the stack runs out.
+constexpr int kMaxConfigDepth = 16;
+int config_depth = 0;
+
 void read_config(Config &c, const std::string &path, bool &help)
 {
+    if (config_depth >= kMaxConfigDepth)
+        throw Usage("config files nest more than " + std::to_string(kMaxConfigDepth) + " deep: " + path);
     std::ifstream in(path);
     if (!in) throw Usage("cannot read " + path);
+    struct Nesting {
+        Nesting() { ++config_depth; }
+        ~Nesting() { --config_depth; }
+    } nesting;
     std::string line;
     while (std::getline(in, line)) {
         size_t hash = line.find('#');
