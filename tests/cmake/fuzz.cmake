@@ -3,7 +3,7 @@
 # are libFuzzer programs; otherwise each is a plain program that runs every
 # file of its corpus once, and CTest runs that replay (label fuzz).
 set(RMCPP_FUZZ_PARSERS
-  pong auth_capa open_session rakp2 rakp4 session_packet ipmi_resp_head aes_pad_decrypt bmcsim)
+  pong auth_capa open_session rakp2 rakp4 session_packet ipmi_resp_head aes_pad_decrypt bmcsim bmcsim_config)
 set(RMCPP_FUZZ_DIR ${CMAKE_CURRENT_SOURCE_DIR}/fuzz)
 
 # The targets reach internal checks too, so they link the library's sources
@@ -44,7 +44,7 @@ foreach(parser ${RMCPP_FUZZ_PARSERS})
   target_compile_options(${target} PRIVATE ${RMCPP_FUZZ_COMPILE})
   target_link_options(${target} PRIVATE ${RMCPP_FUZZ_LINK})
   target_link_libraries(${target} PRIVATE rmcpp_fuzz_core)
-  if(parser STREQUAL "bmcsim")
+  if(parser MATCHES "^bmcsim")
     target_link_libraries(${target} PRIVATE rmcpp_fuzz_bmcsim)
   endif()
   if(RMCPP_FUZZ)

@@ -313,6 +313,50 @@ void simulator()
                          {0x80, {0xDE, 0xAD, 0xBE, 0xEF}}}));
 }
 
+// ------------------------------------------------------------ configuration files
+
+void config_files()
+{
+    auto text = [](const std::string &t) { return Bytes(t.begin(), t.end()); };
+    write("bmcsim_config", "product",
+          text("# a developer's BMC\n"
+               "address 127.0.0.85,127.0.0.86\n"
+               "port 6233\n"
+               "user admin:secret:4\n"
+               "user :anon:2:disabled\n"
+               "standard-keys\n"
+               "device-id 0x42\n"
+               "device-revision 3\n"
+               "firmware 7.31\n"
+               "ipmi-version 1.5\n"
+               "device-support 0x21\n"
+               "manufacturer 0x12345\n"
+               "product 0xBEEF\n"
+               "aux 01020304\n"
+               "power off\n"
+               "chassis policy=always-on,overload,last-event=0x02,misc=0x08\n"));
+    write("bmcsim_config", "behaviour",
+          text("kg 0102030405060708090a0b0c0d0e0f1011121314\n"
+               "guid 00112233445566778899aabbccddeeff\n"
+               "suites 0,3\n"
+               "max-privilege 3\n"
+               "max-sessions 2\n"
+               "session-id 0x0B0C0D0E\n"
+               "seq-start 0xFFFFFFF0\n"
+               "bridge-delay 5\n"
+               "lenient-window\n"
+               "any-protection\n"
+               "caps kg-set=1,per-message-auth-disabled,completion-code=0xC1,data-length=4,channel=2\n"
+               "reply session:delay=3,copies=2,strays=1,stray=bad-header,faulty=1,then-correct\n"
+               "fault rakp2:key-exchange-code,index=3,value=7\n"
+               "fault ping:trailing-reserved,index=5\n"
+               "fault session:bad-confidentiality-pad-length,value=16\n"));
+    write("bmcsim_config", "bad_number", text("port 0x1FFFFFFFFFFFFFFFFF\n"));
+    write("bmcsim_config", "includes_null", text("config /dev/null\nuser a:b\n"));
+    // A file that names itself.
+    write("bmcsim_config", "includes_itself", text("config @self\n"));
+}
+
 }  // namespace
 
 int main(int argc, char **argv)
@@ -328,5 +372,6 @@ int main(int argc, char **argv)
     ipmi_headers();
     aes();
     simulator();
+    config_files();
     return 0;
 }
