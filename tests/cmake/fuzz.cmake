@@ -3,7 +3,8 @@
 # are libFuzzer programs; otherwise each is a plain program that runs every
 # file of its corpus once, and CTest runs that replay (label fuzz).
 set(RMCPP_FUZZ_PARSERS
-  pong auth_capa open_session rakp2 rakp4 session_packet ipmi_resp_head aes_pad_decrypt bmcsim bmcsim_config)
+  pong auth_capa open_session rakp2 rakp4 session_packet ipmi_resp_head aes_pad_decrypt bmcsim bmcsim_config
+  cli_decode)
 set(RMCPP_FUZZ_DIR ${CMAKE_CURRENT_SOURCE_DIR}/fuzz)
 
 # The targets reach internal checks too, so they link the library's sources
@@ -46,6 +47,10 @@ foreach(parser ${RMCPP_FUZZ_PARSERS})
   target_link_libraries(${target} PRIVATE rmcpp_fuzz_core)
   if(parser MATCHES "^bmcsim")
     target_link_libraries(${target} PRIVATE rmcpp_fuzz_bmcsim)
+  endif()
+  if(parser STREQUAL "cli_decode")
+    target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tools/cli/decode.cpp)
+    target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tools/cli)
   endif()
   if(RMCPP_FUZZ)
     # libFuzzer runs each corpus file once and stops.

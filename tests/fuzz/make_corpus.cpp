@@ -357,6 +357,20 @@ void config_files()
     write("bmcsim_config", "includes_itself", text("config @self\n"));
 }
 
+// ------------------------------------------------------------ the tool's decoders
+
+void decoders()
+{
+    // The data after the completion code.
+    const Bytes device_id(kDeviceIdData.begin() + 1, kDeviceIdData.end());
+    write("cli_decode", "device_id", cat({{0}, device_id, {0x01, 0x02, 0x03, 0x04}}));
+    write("cli_decode", "device_id_short", cat({{0}, Bytes(device_id.begin(), device_id.begin() + 10)}));
+    write("cli_decode", "self_test_passed", {1, 0x55, 0x00});
+    write("cli_decode", "self_test_corrupted", {1, 0x57, 0xFF});
+    write("cli_decode", "chassis_status", {2, 0x41, 0x12, 0x08, 0x00});
+    write("cli_decode", "chassis_status_short", {2, 0x41, 0x12});
+}
+
 }  // namespace
 
 int main(int argc, char **argv)
@@ -373,5 +387,6 @@ int main(int argc, char **argv)
     aes();
     simulator();
     config_files();
+    decoders();
     return 0;
 }
