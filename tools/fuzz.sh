@@ -58,7 +58,7 @@ fuzz_one() {
   cp tests/fuzz/"$parser"/* "$dir/corpus/"
   local status=0
   "$build/tests/fuzz_$parser" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
-    -print_final_stats=1 -artifact_prefix="$dir/findings/" "$dir/corpus" >"$dir/log" 2>&1 || status=$?
+    -print_final_stats=1 -artifact_prefix="$dir/findings/" "$dir/corpus" </dev/null >"$dir/log" 2>&1 || status=$?
   echo "$status" >"$dir/status"
 }
 

@@ -366,6 +366,21 @@ void apply(Config &c, const std::string &option, const std::string &value, bool 
 // until the stack runs out.
 constexpr int kMaxConfigDepth = 16;
 int config_depth = 0;
+// A file is read whole before it is applied, up to this size, so that a
+// device without end (/dev/zero) or an endless pipe is refused rather than
+// read until memory runs out.
+constexpr size_t kMaxConfigBytes = 1 << 20;
+
+std::string config_text(std::ifstream &in, const std::string &path)
+{
+    std::string text;
+    char chunk[4096];
+    while (in.read(chunk, sizeof chunk) || in.gcount() > 0) {
+        text.append(chunk, static_cast<size_t>(in.gcount()));
+        if (text.size() > kMaxConfigBytes) throw Usage("config file longer than 1 MiB: " + path);
+    }
+    return text;
+}
 
 void read_config(Config &c, const std::string &path, bool &help)
 {
@@ -377,8 +392,9 @@ void read_config(Config &c, const std::string &path, bool &help)
         Nesting() { ++config_depth; }
         ~Nesting() { --config_depth; }
     } nesting;
+    std::istringstream lines(config_text(in, path));
     std::string line;
-    while (std::getline(in, line)) {
+    while (std::getline(lines, line)) {
         size_t hash = line.find('#');
         if (hash != std::string::npos) line.erase(hash);
         std::istringstream words(line);

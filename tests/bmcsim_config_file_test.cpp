@@ -1,8 +1,10 @@
 // The simulator program's configuration files may name further files; a
 // file that names itself, directly or through another, is refused with a
-// usage error instead of recursing until the stack runs out.
+// usage error instead of recursing until the stack runs out. A file without
+// end is refused too, instead of being read until memory runs out.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdio>
 #include <string>
 
@@ -25,10 +27,11 @@ std::string write_file(const std::string &name, const std::string &text)
 
 testkit::ProgramResult run_with_config(const std::string &path)
 {
-    return testkit::run_program({bmcsim::ChildProcess::default_program(), "--config", path});
+    return testkit::run_program({bmcsim::ChildProcess::default_program(), "--config", path},
+                                std::chrono::seconds(10));
 }
 
-TEST(BmcsimConfigNesting, AFileThatNamesItselfIsAUsageError)
+TEST(BmcsimConfigFile, AFileThatNamesItselfIsAUsageError)
 {
     const std::string path = ::testing::TempDir() + "bmcsim_nest_self.conf";
     write_file("bmcsim_nest_self.conf", "config " + path + "\n");
@@ -39,7 +42,7 @@ TEST(BmcsimConfigNesting, AFileThatNamesItselfIsAUsageError)
     std::remove(path.c_str());
 }
 
-TEST(BmcsimConfigNesting, TwoFilesThatNameEachOtherAreAUsageError)
+TEST(BmcsimConfigFile, TwoFilesThatNameEachOtherAreAUsageError)
 {
     const std::string a = ::testing::TempDir() + "bmcsim_nest_a.conf";
     const std::string b = ::testing::TempDir() + "bmcsim_nest_b.conf";
@@ -55,7 +58,7 @@ TEST(BmcsimConfigNesting, TwoFilesThatNameEachOtherAreAUsageError)
 
 // Sixteen files deep is still read to the end: the last file's bad port
 // number is what is reported.
-TEST(BmcsimConfigNesting, SixteenFilesDeepAreRead)
+TEST(BmcsimConfigFile, SixteenFilesDeepAreRead)
 {
     std::vector<std::string> paths;
     for (int i = 0; i < 16; ++i) paths.push_back(::testing::TempDir() + "bmcsim_nest_" + std::to_string(i) + ".conf");
@@ -67,6 +70,45 @@ TEST(BmcsimConfigNesting, SixteenFilesDeepAreRead)
     EXPECT_NE(r.err.find("not a number for port: many"), std::string::npos) << r.err;
     EXPECT_EQ(r.err.find("nest"), std::string::npos) << r.err;
     for (const auto &p : paths) std::remove(p.c_str());
+}
+
+TEST(BmcsimConfigFile, ADeviceWithoutEndIsAUsageError)
+{
+    for (const std::string device : {"/dev/zero", "/dev/full"}) {
+        SCOPED_TRACE(device);
+        const testkit::ProgramResult r = run_with_config(device);
+        EXPECT_FALSE(r.timed_out);
+        EXPECT_EQ(r.exit_code, 2);
+        EXPECT_NE(r.err.find("rmcpp-bmcsim: config file longer than 1 MiB: " + device), std::string::npos) << r.err;
+    }
+}
+
+// A file named from another is held to the same bound.
+TEST(BmcsimConfigFile, ANamedDeviceWithoutEndIsAUsageError)
+{
+    const std::string path = write_file("bmcsim_nest_zero.conf", "user admin:secret:4\nconfig /dev/zero\n");
+    const testkit::ProgramResult r = run_with_config(path);
+    EXPECT_FALSE(r.timed_out);
+    EXPECT_EQ(r.exit_code, 2);
+    EXPECT_NE(r.err.find("config file longer than 1 MiB: /dev/zero"), std::string::npos) << r.err;
+    std::remove(path.c_str());
+}
+
+// Up to 1 MiB is read: a file of comment lines just under the bound ends in
+// the bad port number on its last line.
+TEST(BmcsimConfigFile, AFileOfOneMebibyteIsRead)
+{
+    std::string text;
+    const std::string last = "port many\n";
+    while (text.size() + 64 + last.size() <= (1u << 20)) text += "# " + std::string(61, 'x') + "\n";
+    text += last;
+    ASSERT_LE(text.size(), 1u << 20);
+    const std::string path = write_file("bmcsim_config_1mib.conf", text);
+    const testkit::ProgramResult r = run_with_config(path);
+    EXPECT_FALSE(r.timed_out);
+    EXPECT_EQ(r.exit_code, 2);
+    EXPECT_NE(r.err.find("not a number for port: many"), std::string::npos) << r.err;
+    std::remove(path.c_str());
 }
 
 }  // namespace
