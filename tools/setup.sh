@@ -8,6 +8,7 @@ packages=(
   libssl-dev libgtest-dev libgmock-dev libbenchmark-dev
   iproute2 util-linux procps file
   openipmi ipmitool freeipmi-tools
+  clang libclang-rt-14-dev
 )
 
 missing=()

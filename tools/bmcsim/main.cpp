@@ -365,12 +365,40 @@ void add_addresses(Config &c, const std::string &list)
 
 void apply(Config &c, const std::string &option, const std::string &value, bool &help);
 
+// Configuration files may name further ones; a file that names itself,
+// directly or through others, stops at this depth instead of recursing
+// until the stack runs out.
+constexpr int kMaxConfigDepth = 16;
+int config_depth = 0;
+// A file is read whole before it is applied, up to this size, so that a
+// device without end (/dev/zero) or an endless pipe is refused rather than
+// read until memory runs out.
+constexpr size_t kMaxConfigBytes = 1 << 20;
+
+std::string config_text(std::ifstream &in, const std::string &path)
+{
+    std::string text;
+    char chunk[4096];
+    while (in.read(chunk, sizeof chunk) || in.gcount() > 0) {
+        text.append(chunk, static_cast<size_t>(in.gcount()));
+        if (text.size() > kMaxConfigBytes) throw Usage("config file longer than 1 MiB: " + path);
+    }
+    return text;
+}
+
 void read_config(Config &c, const std::string &path, bool &help)
 {
+    if (config_depth >= kMaxConfigDepth)
+        throw Usage("config files nest more than " + std::to_string(kMaxConfigDepth) + " deep: " + path);
     std::ifstream in(path);
     if (!in) throw Usage("cannot read " + path);
+    struct Nesting {
+        Nesting() { ++config_depth; }
+        ~Nesting() { --config_depth; }
+    } nesting;
+    std::istringstream lines(config_text(in, path));
     std::string line;
-    while (std::getline(in, line)) {
+    while (std::getline(lines, line)) {
         size_t hash = line.find('#');
         if (hash != std::string::npos) line.erase(hash);
         std::istringstream words(line);
