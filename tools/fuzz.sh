@@ -16,28 +16,8 @@ case "$seconds" in
   ''|*[!0-9]*) echo "usage: tools/fuzz.sh [SECONDS]" >&2; exit 2 ;;
 esac
 
+# Installs clang 14 and its runtime libraries (libFuzzer and the sanitizers) too.
 bash tools/setup.sh
-
-# clang 14 and its runtime libraries (libFuzzer and the sanitizers).
-packages=(clang libclang-rt-14-dev)
-missing=()
-for p in "${packages[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
-done
-if [ ${#missing[@]} -ne 0 ]; then
-  if [ "$(id -u)" -eq 0 ]; then
-    as_root=()
-  elif command -v sudo >/dev/null 2>&1; then
-    as_root=(sudo)
-  else
-    echo "rmcpp: these Debian packages are missing: ${missing[*]}" >&2
-    echo "rmcpp: install them as root: apt-get install -y ${missing[*]}" >&2
-    exit 1
-  fi
-  echo "rmcpp: installing ${missing[*]}"
-  "${as_root[@]}" apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive "${as_root[@]}" apt-get install -y -qq "${missing[@]}" >/dev/null
-fi
 
 build=build-fuzz
 CC=clang CXX=clang++ cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
