@@ -73,8 +73,14 @@ void hmac_sha1(const uint8_t *key, uint32_t key_length, const uint8_t *data, uin
     }
     thread_local ThreadHmac hmac;
     size_t written = 0;
-    if (hmac.compute(key, key_length, data, data_length, output, &written))
+    if (hmac.compute(key, key_length, data, data_length, output, &written)) {
         *output_length = static_cast<uint32_t>(written);
+        return;
+    }
+    // A failed HMAC leaves no code: a zero length that every caller's
+    // check of 20 refuses, and no stale bytes for the ones that read on.
+    std::memset(output, 0, 20);
+    *output_length = 0;
 }
 
 }  // namespace
