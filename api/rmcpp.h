@@ -387,6 +387,18 @@ RMCPP_API void change_printlevel(const char *name);
 RMCPP_API int RMCP_PingPong(int socket_fd, int attempts, const struct timeval *limit);
 RMCPP_API void PrintRMCPStatusCode(int status_code);
 
+/* ------------------------------------------------------------------ */
+/* Result words and version                                            */
+/* ------------------------------------------------------------------ */
+
+/* A static, never-null English phrase for a result code above, such as
+ * "no response within the wait"; "unknown result code" for any other
+ * value. */
+RMCPP_API const char *rmcpp_strerror(int code);
+
+/* The library's version as "MAJOR.MINOR.PATCH", e.g. "1.0.0". */
+RMCPP_API const char *rmcpp_version(void);
+
 #ifdef __cplusplus
 }
 #endif

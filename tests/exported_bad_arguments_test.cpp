@@ -1680,7 +1680,7 @@ INSTANTIATE_TEST_SUITE_P(EveryExport, BadArguments, ::testing::ValuesIn(row_indi
 const std::set<std::string> kNotProbed = {
     "Te0", "Te1", "Te2", "Te3", "Te4", "Td0", "Td1", "Td2", "Td3", "Td4", "rcon", "RMCPConnectSA", "RMCPtimeout",
     "mess_tag", "Print_Level", "do_self_check", "flag_1st_random", "RMCPStandardKeys",
-    "CheckSelfTypes", "MakeSessionID",
+    "CheckSelfTypes", "MakeSessionID", "rmcpp_strerror", "rmcpp_version",
 };
 
 TEST(BadArgumentsTable, NamesEveryExportedFunction)

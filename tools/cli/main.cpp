@@ -11,7 +11,6 @@
 
 #include "decode.h"
 #include "options.h"
-#include "result_text.h"
 #include "rmcpp.h"
 #include "trace_log.h"
 
@@ -34,7 +33,7 @@ std::string sentence(std::string text)
 
 int fail(const std::string &what, int code)
 {
-    std::string meaning = rmcpp_result_text(code);
+    std::string meaning = rmcpp_strerror(code);
     if (code == RMCPP_ERR_STATUS && cli::trace::seen(kRakp2KeyInvalid)) {
         meaning = "the key exchange code in RAKP 2 did not match: wrong password (or Kg); the session was refused";
     } else if (code == RMCPP_ERR_HEADER && cli::trace::seen(kRakp4KeyInvalid)) {
