@@ -26,6 +26,7 @@ target_include_directories(rmcpp_fuzz_core
   PUBLIC ${PROJECT_SOURCE_DIR}/api ${PROJECT_SOURCE_DIR}/rmcp
   PRIVATE ${PROJECT_SOURCE_DIR}/rakp ${PROJECT_SOURCE_DIR}/aes)
 target_compile_options(rmcpp_fuzz_core PRIVATE ${RMCPP_FUZZ_COMPILE})
+target_compile_definitions(rmcpp_fuzz_core PRIVATE $<TARGET_PROPERTY:rmcpp,COMPILE_DEFINITIONS>)
 target_link_libraries(rmcpp_fuzz_core PUBLIC OpenSSL::Crypto)
 
 # The simulator's engine, built the same way.
