@@ -22,6 +22,7 @@
 #include "lossy_relay.h"
 #include "packet_testkit.h"
 #include "rmcpp.h"
+#include "simulator_login.h"
 #include "trace_capture.h"
 
 namespace {
@@ -85,16 +86,9 @@ public:
     {
         for (int setups = 0; setups < kSetupsPerWorker && remaining_.load() > 0; ++setups) {
             const int suite = (worker + setups) % 4;
-            IPMI_SessionParam param{};
-            param.bmc_address = testkit::loopback(static_cast<uint8_t>(kFirstRelay + worker));
-            param.user_name = "admin";
-            param.user_password = "secret";
-            param.privilege_level = 4;
-            param.cipher_suite_id = suite;
-            param.slave_address = 0x20;
+            IPMI_SessionParam param =
+                testkit::simulator_login(static_cast<uint8_t>(kFirstRelay + worker), suite, 3, 1);
             param.local_port = static_cast<uint16_t>(kFirstLocalPort + worker);
-            param.retry_count = 3;
-            param.timeout_sec = 1;
             const int setup = IPMI_SetupSession(&param);
             ++t.setup_results[setup];
             if (setup != 0) continue;

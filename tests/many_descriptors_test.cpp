@@ -14,6 +14,7 @@
 #include "bmcsim.h"
 #include "packet_testkit.h"
 #include "rmcpp.h"
+#include "simulator_login.h"
 #include "trace_capture.h"
 
 namespace {
@@ -62,15 +63,7 @@ protected:
 
     int open_session(int suite)
     {
-        param_ = IPMI_SessionParam{};
-        param_.bmc_address = testkit::loopback(kSim);
-        param_.user_name = "admin";
-        param_.user_password = "secret";
-        param_.privilege_level = 4;
-        param_.cipher_suite_id = suite;
-        param_.slave_address = 0x20;
-        param_.retry_count = 2;
-        param_.timeout_sec = 1;
+        param_ = testkit::simulator_login(kSim, suite, 2, 1);
         return IPMI_SetupSession(&param_);
     }
 

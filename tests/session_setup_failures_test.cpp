@@ -18,6 +18,7 @@
 #include "bmcsim.h"
 #include "loopback.h"
 #include "rmcpp.h"
+#include "simulator_login.h"
 #include "run_program.h"
 #include "trace_capture.h"
 
@@ -132,15 +133,7 @@ protected:
 
     int establish(int suite)
     {
-        param_ = IPMI_SessionParam{};
-        param_.bmc_address = testkit::loopback(kSim);
-        param_.user_name = "admin";
-        param_.user_password = "secret";
-        param_.privilege_level = 4;
-        param_.cipher_suite_id = suite;
-        param_.slave_address = 0x20;
-        param_.retry_count = 1;
-        param_.timeout_sec = 1;
+        param_ = testkit::simulator_login(kSim, suite, 1, 1);
         return IPMI_SetupSession(&param_);
     }
 

@@ -20,6 +20,7 @@
 #include "bmcsim.h"
 #include "packet_testkit.h"
 #include "rmcpp.h"
+#include "simulator_login.h"
 #include "trace_capture.h"
 
 namespace {
@@ -57,15 +58,7 @@ struct ThreadReport {
 void run_session(int index, std::barrier<> &all_open, ThreadReport &report)
 {
     report.suite = index % 2 == 0 ? 0 : 3;
-    IPMI_SessionParam param{};
-    param.bmc_address = testkit::loopback(kSim);
-    param.user_name = "admin";
-    param.user_password = "secret";
-    param.privilege_level = 4;
-    param.cipher_suite_id = report.suite;
-    param.slave_address = 0x20;
-    param.retry_count = 3;
-    param.timeout_sec = 2;
+    IPMI_SessionParam param = testkit::simulator_login(kSim, report.suite, 3, 2);
     report.setup = IPMI_SetupSession(&param);
     if (report.setup == 0) {
         report.granted = param.granted_privilege;
