@@ -41,6 +41,7 @@ enum {
     RMCPP_ERR_CONF_ALG = 38,       /* confidentiality algorithm mismatch   */
     RMCPP_ERR_ROLE = 39,           /* requested role refused               */
     RMCPP_ERR_BIND = 40,           /* no local port could be bound         */
+    RMCPP_ERR_RESOLVE = 41,        /* host name could not be resolved      */
     RMCPP_ERR_STATUS = 65,         /* non-zero RMCP+ status code           */
     RMCPP_ERR_HEADER = 66,         /* bad header, session ID or length     */
     RMCPP_ERR_COMPLETION = 67,     /* non-zero completion code             */
@@ -386,6 +387,77 @@ RMCPP_API void change_printlevel(const char *name);
 
 RMCPP_API int RMCP_PingPong(int socket_fd, int attempts, const struct timeval *limit);
 RMCPP_API void PrintRMCPStatusCode(int status_code);
+
+/* ------------------------------------------------------------------ */
+/* Session options                                                     */
+/*                                                                     */
+/* rmcpp_setup_session sets a session up as IPMI_SetupSession does,    */
+/* with the options of the record below. Its session is used and       */
+/* closed with the same calls (IPMI_Message_IF, Send_IPMI_Message,     */
+/* Get_IPMI_Message, IPMI_CloseSession, ...). A null or zeroed record  */
+/* sets up exactly the session IPMI_SetupSession would; besides, it    */
+/* accepts cipher suites 15, 16 and 17 in cipher_suite_id.             */
+/*                                                                     */
+/* The record grows at its end in later versions: set `size` to        */
+/* sizeof(RMCPP_SessionOptions) as the caller's header has it. A size  */
+/* of 0 counts as a zeroed record; members beyond `size` count as 0.   */
+/* ------------------------------------------------------------------ */
+
+/* Flags of RMCPP_SessionOptions.flags. */
+#define RMCPP_OPT_NO_PING     0x0001u  /* skip the ASF presence ping; for BMCs that never answer it  */
+#define RMCPP_OPT_KERNEL_PORT 0x0002u  /* local_port 0: the kernel picks the local port, instead of */
+                                       /* the first free one of 7001..7099                          */
+#define RMCPP_OPT_STRICT_PEER 0x0004u  /* a datagram that fails a check is dropped and the wait     */
+                                       /* goes on to its deadline, instead of ending the exchange   */
+
+/* RMCPP_SessionOptions.key_mode: how K1 and K2 are derived for suites 1..3. */
+#define RMCPP_KEYS_GLOBAL   0  /* as RMCPStandardKeys says at establishment (the default) */
+#define RMCPP_KEYS_LIBRARY  1  /* the library's own: the SIK keys the integrity code       */
+#define RMCPP_KEYS_STANDARD 2  /* IPMI v2.0: K1 keys the integrity code, K2 the payloads  */
+
+/* RMCPP_SessionOptions.random_source: where console session IDs, Rm and IVs come from. */
+#define RMCPP_RANDOM_LIBRARY 0 /* the library's generator, behind MakeSessionID and MakeRandomNumber */
+#define RMCPP_RANDOM_KERNEL  1 /* the kernel's (getrandom)                                          */
+
+typedef struct RMCPP_SessionOptions {
+    uint32_t size;           /* sizeof(RMCPP_SessionOptions)                      */
+    uint32_t flags;          /* RMCPP_OPT_*                                       */
+    const char *host;        /* host name, IPv4 or IPv6 literal ("::1", "[::1]"); */
+                             /* null: bmc_address of the session record           */
+    uint16_t port;           /* UDP port of the BMC; 0: as port_option says       */
+    uint8_t key_mode;        /* RMCPP_KEYS_*                                      */
+    uint8_t random_source;   /* RMCPP_RANDOM_*                                    */
+} RMCPP_SessionOptions;
+
+/* Cipher suites 15, 16 and 17: RAKP-HMAC-SHA256; HMAC-SHA256-128 (16, 17);
+ * AES-CBC-128 (17). Their K1 and K2 are always derived as IPMI v2.0 says,
+ * whatever the key mode. Host names are resolved with getaddrinfo and each
+ * address is tried in turn. */
+RMCPP_API int rmcpp_setup_session(IPMI_SessionParam *param, const RMCPP_SessionOptions *options);
+
+/* One cipher suite a channel offers, with the algorithm numbers of its
+ * record (the first of each kind when a record lists several). */
+typedef struct RMCPP_CipherSuite {
+    uint8_t id;
+    uint8_t auth_alg;
+    uint8_t integrity_alg;
+    uint8_t confidentiality_alg;
+} RMCPP_CipherSuite;
+
+#define RMCPP_MAX_CIPHER_SUITES 64
+
+typedef struct RMCPP_ChannelCipherSuites {
+    uint32_t size;           /* in: sizeof(RMCPP_ChannelCipherSuites)           */
+    uint32_t count;          /* out: suites listed, at most RMCPP_MAX_CIPHER_SUITES */
+    RMCPP_CipherSuite suites[RMCPP_MAX_CIPHER_SUITES]; /* out, in the BMC's order */
+} RMCPP_ChannelCipherSuites;
+
+/* Get Channel Cipher Suites, outside any session: the suites that `channel`
+ * (0x0E: the channel asked over) offers for IPMI payloads. The BMC, port,
+ * slave address, LUN, attempts and wait come from `param` and `options` as
+ * for rmcpp_setup_session; no session is opened and nothing is kept. */
+RMCPP_API int rmcpp_get_channel_cipher_suites(const IPMI_SessionParam *param, const RMCPP_SessionOptions *options,
+                                              uint8_t channel, RMCPP_ChannelCipherSuites *out);
 
 /* ------------------------------------------------------------------ */
 /* Result words and version                                            */

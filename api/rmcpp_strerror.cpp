@@ -25,6 +25,7 @@ RMCPP_API const char *rmcpp_strerror(int code)
     case RMCPP_ERR_CONF_ALG: return "the BMC chose another confidentiality algorithm";
     case RMCPP_ERR_ROLE: return "the BMC refused the requested privilege level";
     case RMCPP_ERR_BIND: return "no local UDP port from 7001 to 7099 could be bound";
+    case RMCPP_ERR_RESOLVE: return "host name could not be resolved";
     case RMCPP_ERR_STATUS: return "the BMC answered with a non-zero RMCP+ status code";
     case RMCPP_ERR_HEADER: return "invalid header, session ID, length or key in a response";
     case RMCPP_ERR_COMPLETION: return "the BMC answered with a non-zero completion code";
