@@ -36,6 +36,7 @@ const Login kLogins[] = {
     {"EmptyNameWithPassword", "", "pw", nullptr, false},
     {"LongestNameAndPassword", "abcdefghijklmnop", "ABCDEFGHIJKLMNOPQRST", nullptr, false},
     {"TwoKeyLogin", "admin", "secret", "kg-of-the-bmc", false},
+    {"TwoKeyLoginLongestKg", "admin", "secret", "KG-0123456789-abcdef", false},
     {"NameOnlyLookup", "operator", "secret", nullptr, true},
 };
 
@@ -267,6 +268,22 @@ TEST_P(Sha256Suite, SetsUpWithoutPingWhenAskedTo)
     EXPECT_EQ(IPMI_CloseSession(&p), 0);
     peer.stop();
     EXPECT_EQ(bmc.pings, 0);
+}
+
+TEST_P(Sha256Suite, SetsUpWithANullOptionsRecord)
+{
+    const int suite = GetParam();
+    Sha256Bmc bmc;
+    configure(bmc, suite, kLogins[0]);
+    IPMI_SessionParam p = params(suite, kLogins[0]);
+    Peer peer([&bmc](const Bytes &d) { return bmc.answer(d); });
+    ASSERT_EQ(rmcpp_setup_session(&p, nullptr), 0) << testkit::log_text();
+    EXPECT_EQ(get_device_id(p).response, packettest::response_to(kGetDeviceId, 0x00, kDeviceId));
+    EXPECT_EQ(IPMI_CloseSession(&p), 0);
+    peer.stop();
+    EXPECT_EQ(bmc.pings, 1);
+    ASSERT_EQ(bmc.session_requests.size(), 2u);
+    EXPECT_TRUE(bmc.session_requests[0] && bmc.session_requests[1]);
 }
 
 TEST_P(Sha256Suite, TheOldEntryStillRefusesTheSuite)
