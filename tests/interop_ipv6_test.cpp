@@ -23,6 +23,7 @@
 #include <fstream>
 #include <future>
 #include <memory>
+#include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -206,6 +207,25 @@ TEST_P(Ipv6, TwoClientsAtOnceOverIpv6EachGetTheirSession)
         EXPECT_NE(output(r).find(" 42 03 07 31"), std::string::npos) << output(r);
     }
     EXPECT_TRUE(simtest::wait_for_lines(*sim_, opened, before + 2)) << lines_of(*sim_);
+}
+
+// Get Session Info for this session gives the console's address as
+// recorded: ::1 in 16 bytes, then a zero MAC address and the port.
+TEST_P(Ipv6, GetSessionInfoOverIpv6GivesTheConsolesIpv6Address)
+{
+    auto r = ipmitool(lanplus("::1", GetParam(), {"raw", "6", "0x3d", "0"}), GetParam());
+    std::istringstream words(r.out);
+    std::vector<int> bytes;
+    std::string w;
+    while (words >> w) bytes.push_back(std::stoi(w, nullptr, 16));
+    ASSERT_EQ(bytes.size(), 30u) << output(r);
+    EXPECT_EQ(bytes[3], 1);     // user ID
+    EXPECT_EQ(bytes[5], 0x11);  // IPMI v2.0 / RMCP+ on channel 1
+    std::vector<int> loopback(16, 0);
+    loopback[15] = 1;
+    EXPECT_EQ(std::vector<int>(bytes.begin() + 6, bytes.begin() + 22), loopback) << output(r);
+    EXPECT_EQ(std::vector<int>(bytes.begin() + 22, bytes.begin() + 28), std::vector<int>(6, 0)) << output(r);
+    EXPECT_NE(bytes[28] | bytes[29], 0) << output(r);  // ipmitool's port, least significant byte first
 }
 
 INSTANTIATE_TEST_SUITE_P(Suites, Ipv6, ::testing::Values(3, 17),

@@ -450,7 +450,8 @@ void apply(Config &c, const std::string &option, const std::string &value, bool 
         Bytes g = hex_bytes(value, 16, "guid");
         if (g.size() != 16) throw Usage("--guid wants 16 bytes");
         std::copy(g.begin(), g.end(), c.guid.begin());
-    } else if (option == "--suites") parse_suites(c, value); else if (option == "--max-privilege") c.channel_max_privilege = static_cast<uint8_t>(number(value, "max-privilege"));
+    } else if (option == "--suites") parse_suites(c, value);
+    else if (option == "--max-privilege") c.channel_max_privilege = static_cast<uint8_t>(number(value, "max-privilege"));
     else if (option == "--max-sessions") c.max_sessions = static_cast<int>(number(value, "max-sessions"));
     else if (option == "--establishment-timeout")
         c.establishment_timeout_ms = static_cast<int>(number(value, "establishment-timeout"));
