@@ -23,7 +23,8 @@ namespace {
 using ciphertest::Suite;
 using ciphertest::suites_of;
 
-const std::vector<Suite> kSimulatorSuites = {{0, 0, 0, 0}, {1, 1, 0, 0}, {2, 1, 1, 0}, {3, 1, 1, 1}};
+const std::vector<Suite> kSimulatorSuites = {{0, 0, 0, 0},  {1, 1, 0, 0},  {2, 1, 1, 0}, {3, 1, 1, 1},
+                                            {15, 3, 0, 0}, {16, 3, 4, 0}, {17, 3, 4, 1}};
 
 IPMI_SessionParam param(const char *address)
 {
@@ -74,7 +75,7 @@ TEST_F(GetChannelCipherSuites, ListsTheSimulatorsSuitesAndLeavesNoSocketOpen)
     EXPECT_EQ(std::memcmp(&p, &before, sizeof p), 0);  // nothing kept, no session
     const auto stats = sim->stats();
     EXPECT_EQ(stats.count(bmcsim::Kind::Ping), 1u);
-    EXPECT_EQ(stats.count(bmcsim::Kind::Sessionless), 2u);
+    EXPECT_EQ(stats.count(bmcsim::Kind::Sessionless), 3u);
     EXPECT_EQ(stats.sessions_established, 0u);
 
     // A zeroed record of size 0 reads as no options; channel 1 by number.
