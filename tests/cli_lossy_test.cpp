@@ -41,6 +41,10 @@ constexpr uint8_t kFirstRelay = 16;
 // hangs.
 constexpr auto kRunLimit = std::chrono::seconds(45);
 
+// Each run's relay has a seed of its own, spread so that nearby base seeds
+// give unrelated runs.
+uint64_t run_seed(uint64_t seed, int run) { return seed + 0x9E3779B97F4A7C15ull * static_cast<uint64_t>(run + 1); }
+
 // 127.0.4.last, host order.
 uint32_t address(uint8_t last) { return (127u << 24) | (4u << 8) | last; }
 std::string address_text(uint8_t last) { return "127.0.4." + std::to_string(last); }
@@ -112,6 +116,7 @@ std::unique_ptr<testkit::LossyRelay> relay_at(uint8_t last, uint64_t seed)
 struct ToolRun {
     int index = 0;
     std::string cause;  // empty: success
+    bool close_warned = false;
     std::string err;
     std::vector<std::string> relay_log;
 };
@@ -140,12 +145,13 @@ TEST(CliLossy, McInfoSucceedsInNinetyOfHundredRunsThroughALossyRelay)
         workers.emplace_back([&, slot] {
             const uint8_t relay_address = static_cast<uint8_t>(kFirstRelay + slot);
             for (int i = next++; i < kRuns; i = next++) {
-                const auto relay = relay_at(relay_address, seed + static_cast<uint64_t>(i));
+                const auto relay = relay_at(relay_address, run_seed(seed, i));
                 relay->keep_log();
                 const testkit::ProgramResult r = testkit::run_program(tool_arguments(relay_address, true), kRunLimit);
                 runs[i].index = i;
                 runs[i].cause = cause_of(r, clean.out);
                 runs[i].err = r.err;
+                runs[i].close_warned = contains(r.err, "rmcpp: warning: close session failed");
                 runs[i].relay_log = relay->log();
                 counts[i] = relay->counts();
             }
@@ -157,16 +163,21 @@ TEST(CliLossy, McInfoSucceedsInNinetyOfHundredRunsThroughALossyRelay)
         1000.0;
 
     int succeeded = 0;
+    int close_warnings = 0;
     std::map<std::string, int> causes;
     testkit::RelayCounts all;
     for (int i = 0; i < kRuns; ++i) {
         all += counts[i];
-        if (runs[i].cause.empty()) ++succeeded;
+        if (runs[i].cause.empty()) {
+            ++succeeded;
+            if (runs[i].close_warned) ++close_warnings;
+        }
         else ++causes[runs[i].cause];
     }
 
     std::printf("%d of %d runs succeeded in %.1f s (at least %d needed)\n", succeeded, kRuns, seconds, kNeeded);
     for (const auto &[cause, n] : causes) std::printf("  failed in %s: %d\n", cause.c_str(), n);
+    std::printf("  succeeded with a warning that Close Session failed: %d\n", close_warnings);
     std::printf("relays: %llu datagrams; passed %llu, dropped %llu, duplicated %llu, reordered %llu, corrupted %llu\n",
                 static_cast<unsigned long long>(all.received), static_cast<unsigned long long>(all.passed),
                 static_cast<unsigned long long>(all.dropped), static_cast<unsigned long long>(all.duplicated),
@@ -175,10 +186,20 @@ TEST(CliLossy, McInfoSucceedsInNinetyOfHundredRunsThroughALossyRelay)
         for (const ToolRun &r : runs) {
             if (r.cause.empty()) continue;
             std::printf("\n=== run %d (seed %llu): %s\n--- tool\n%s--- relay\n", r.index,
-                        static_cast<unsigned long long>(seed + static_cast<uint64_t>(r.index)), r.cause.c_str(),
+                        static_cast<unsigned long long>(run_seed(seed, r.index)), r.cause.c_str(),
                         r.err.c_str());
             for (const auto &line : r.relay_log) std::printf("%s\n", line.c_str());
         }
+    }
+
+    // The simulator is still there and answering.
+    const testkit::ProgramResult after = testkit::run_program(tool_arguments(kSim, false), kRunLimit);
+    EXPECT_EQ(after.exit_code, 0) << "the simulator stopped answering: " << after.err;
+    if (details || after.exit_code != 0) {
+        const std::vector<std::string> lines = sim.output();
+        std::printf("\n--- the simulator's last lines\n");
+        for (size_t i = lines.size() > 60 ? lines.size() - 60 : 0; i < lines.size(); ++i)
+            std::printf("%s\n", lines[i].c_str());
     }
 
     EXPECT_EQ(causes.count("success with a wrong output"), 0u);
