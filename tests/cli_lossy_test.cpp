@@ -41,9 +41,16 @@ constexpr uint8_t kFirstRelay = 16;
 // hangs.
 constexpr auto kRunLimit = std::chrono::seconds(45);
 
-// Each run's relay has a seed of its own, spread so that nearby base seeds
-// give unrelated runs.
-uint64_t run_seed(uint64_t seed, int run) { return seed + 0x9E3779B97F4A7C15ull * static_cast<uint64_t>(run + 1); }
+// Each run's relay has a seed of its own, mixed (splitmix64) so that nearby
+// seeds give unrelated runs: the relay's generator, seeded with nearby
+// values, makes nearly the same first choices.
+uint64_t run_seed(uint64_t seed, int run)
+{
+    uint64_t z = seed + 0x9E3779B97F4A7C15ull * static_cast<uint64_t>(run + 1);
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+    return z ^ (z >> 31);
+}
 
 // 127.0.4.last, host order.
 uint32_t address(uint8_t last) { return (127u << 24) | (4u << 8) | last; }
