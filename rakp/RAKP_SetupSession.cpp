@@ -54,8 +54,8 @@ int check_response(RMCPp_SetupState *state, uint8_t response_type, const uint8_t
 // Under the strict-peer option a datagram that fails a check does not end
 // the wait. The last such refusal is kept: it becomes the result once the
 // attempts run out, or at once when a later attempt draws the same refusal
-// again (a BMC that really refuses says so every time; a forged or damaged
-// datagram does not repeat).
+// again, byte for byte (a BMC that really refuses says so every time; a
+// forged or damaged datagram does not repeat).
 struct Refusal {
     int code = 0;  // the checker's result, or kKeyMismatch
     int attempt = -1;
@@ -68,6 +68,21 @@ struct Refusal {
 // A RAKP 2 or RAKP 4 whose key did not check; the phase itself finds the
 // mismatch again in the datagram handed back.
 constexpr int kKeyMismatch = -15;
+// An Open Session response naming other algorithms than those proposed;
+// the setup finds the difference again in the state and reports it.
+constexpr int kAlgorithmMismatch = -16;
+
+bool algorithms_agree(const RMCPp_SetupState *state)
+{
+    return state->auth_alg == state->req_auth_alg && state->integrity_alg == state->req_integrity_alg &&
+           state->confidentiality_alg == state->req_confidentiality_alg;
+}
+
+bool same_datagram(const Refusal &refusal, const uint8_t *response, uint32_t length)
+{
+    return refusal.length == length && refusal.datagram.size() >= length &&
+           std::memcmp(refusal.datagram.data(), response, length) == 0;
+}
 
 // Checks the key exchange code of a RAKP 2 or the integrity check value of
 // a RAKP 4 while still waiting, so that a damaged or forged one is dropped.
@@ -101,7 +116,7 @@ int hand_back(const Refusal &refusal, uint8_t *response, uint32_t *response_leng
     *response_length = refusal.length;
     *payload_offset = refusal.payload_offset;
     if (rakp_status != nullptr) *rakp_status = refusal.rakp_status;
-    return refusal.code == kKeyMismatch ? 0 : refusal.code;
+    return refusal.code < 0 ? 0 : refusal.code;
 }
 
 }  // namespace
@@ -163,10 +178,12 @@ RMCPP_API int RetryRoutine_RAKP(RMCPp_SetupState *state, uint8_t *request, uint3
             int code = checked;
             if (code == 0 && !key_checks(state, response_type, response, response_size, *payload_offset))
                 code = kKeyMismatch;
+            if (code == 0 && response_type == 0x10 && !algorithms_agree(state)) code = kAlgorithmMismatch;
             if (code == 0) return 0;
-            if (code == refusal.code && refusal.attempt >= 0 && refusal.attempt != n) {
+            if (code == refusal.code && refusal.attempt >= 0 && refusal.attempt != n &&
+                same_datagram(refusal, response, *response_length)) {
                 lib_log(1, "The same refusal came again; taking it.\n");
-                return code == kKeyMismatch ? 0 : code;
+                return code < 0 ? 0 : code;
             }
             refusal.code = code;
             refusal.attempt = n;

@@ -286,6 +286,10 @@ INSTANTIATE_TEST_SUITE_P(
         StrictCase{"OpenSessionTag", [](bmcsim::Config &c) { wrong_then_right(c.open_session, bmcsim::EstFault::Tag); }},
         StrictCase{"OpenSessionStatus",
                    [](bmcsim::Config &c) { wrong_then_right(c.open_session, bmcsim::EstFault::Status); }},
+        StrictCase{"OpenSessionIntegrityAlgorithm", [](bmcsim::Config &c) {
+                       wrong_then_right(c.open_session, bmcsim::EstFault::IntegrityAlgorithm);
+                       c.open_session.value = 2;
+                   }},
         StrictCase{"Rakp2ConsoleId",
                    [](bmcsim::Config &c) { wrong_then_right(c.rakp2, bmcsim::EstFault::ConsoleSessionId); }},
         StrictCase{"Rakp2Length", [](bmcsim::Config &c) {
