@@ -1,5 +1,6 @@
 #include "ipmi_sim_peer.h"
 
+#include <arpa/inet.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -12,22 +13,26 @@
 #include <sstream>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 namespace testkit {
 namespace {
 
-// /proc/net/udp shows a listening socket as "0A00007F:026F" for 127.0.0.10:623.
-std::string proc_net_address(uint8_t last)
+// /proc/net/udp shows a listening socket as "0A00007F:026F" for
+// 127.0.0.10:623: the address as the host reads the network-order word.
+std::string proc_net_address(const std::string &address)
 {
+    in_addr a{};
+    inet_aton(address.c_str(), &a);
     char text[32];
-    std::snprintf(text, sizeof text, "%02X00007F:026F", last);
+    std::snprintf(text, sizeof text, "%08X:026F", a.s_addr);
     return text;
 }
 
-bool listening(uint8_t last)
+bool listening(const std::string &address)
 {
     std::ifstream in("/proc/net/udp");
-    const std::string want = proc_net_address(last);
+    const std::string want = proc_net_address(address);
     std::string line;
     while (std::getline(in, line))
         if (line.find(want) != std::string::npos) return true;
@@ -47,6 +52,11 @@ std::vector<IpmiSimUser> default_ipmi_sim_users()
 }
 
 IpmiSimPeer::IpmiSimPeer(uint8_t last, std::vector<IpmiSimUser> users, bool per_message_auth)
+    : IpmiSimPeer("127.0.0." + std::to_string(last), std::move(users), per_message_auth)
+{
+}
+
+IpmiSimPeer::IpmiSimPeer(const std::string &address, std::vector<IpmiSimUser> users, bool per_message_auth)
 {
     char pattern[] = "/tmp/rmcpp-ipmi-sim-XXXXXX";
     if (mkdtemp(pattern) == nullptr) throw std::runtime_error("mkdtemp");
@@ -55,10 +65,13 @@ IpmiSimPeer::IpmiSimPeer(uint8_t last, std::vector<IpmiSimUser> users, bool per_
     mkdir(state.c_str(), 0700);
 
     std::ofstream conf(dir_ + "/lan.conf");
-    conf << "name \"rmcpp" << static_cast<int>(last) << "\"\n"
+    std::string name = "rmcpp" + address;
+    for (char &c : name)
+        if (c == '.') c = '-';
+    conf << "name \"" << name << "\"\n"
          << "set_working_mc 0x20\n"
          << "  startlan 1\n"
-         << "    addr 127.0.0." << static_cast<int>(last) << " 623\n"
+         << "    addr " << address << " 623\n"
          << "    priv_limit admin\n"
          << "    per_msg_auth " << (per_message_auth ? "on" : "off") << "\n"
          << "    allowed_auths_callback none md5 straight\n"
@@ -91,7 +104,7 @@ IpmiSimPeer::IpmiSimPeer(uint8_t last, std::vector<IpmiSimUser> users, bool per_
         _exit(127);
     }
     for (int i = 0; i < 100; ++i) {
-        if (listening(last)) return;
+        if (listening(address)) return;
         int status = 0;
         if (waitpid(pid_, &status, WNOHANG) == pid_) {
             pid_ = -1;
@@ -100,7 +113,7 @@ IpmiSimPeer::IpmiSimPeer(uint8_t last, std::vector<IpmiSimUser> users, bool per_
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     stop();
-    throw std::runtime_error("ipmi_sim does not listen on 127.0.0." + std::to_string(last) + ":623");
+    throw std::runtime_error("ipmi_sim does not listen on " + address + ":623");
 }
 
 IpmiSimPeer::~IpmiSimPeer()
