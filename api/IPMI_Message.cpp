@@ -11,6 +11,7 @@
 #include "arguments.h"
 #include "process_settings.h"
 #include "rmcpp.h"
+#include "session_options.h"
 #include "wire.h"
 
 namespace {
@@ -34,6 +35,7 @@ bool no_session(const IPMI_SessionParam *param)
 
 void release_session(IPMI_SessionParam *param)
 {
+    rmcpp::ext::detach(param->session);
     close(param->session->socket_fd);
     std::free(param->session);
     param->session = nullptr;

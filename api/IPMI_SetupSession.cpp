@@ -7,6 +7,8 @@
 
 #include "process_settings.h"
 #include "rmcpp.h"
+#include "session_options.h"
+#include "setup_session.h"
 
 extern "C" {
 
@@ -24,6 +26,8 @@ RMCPP_API void IPMI_SetupStandardKeys(unsigned value)
     rmcpp::store_setting(RMCPStandardKeys, static_cast<uint8_t>(value));
 }
 
+}  // extern "C"
+
 namespace {
 
 int refuse(const char *message)
@@ -33,9 +37,16 @@ int refuse(const char *message)
 }
 
 // Proposed authentication, integrity and confidentiality algorithms of
-// cipher suites 0 to 3.
-bool propose_suite(int32_t suite, RMCPp_SetupState &state)
+// cipher suites 0 to 3, and with options of 15 to 17 (RAKP-HMAC-SHA256,
+// HMAC-SHA256-128, AES-CBC-128).
+bool propose_suite(int32_t suite, bool sha256_suites, RMCPp_SetupState &state)
 {
+    if (sha256_suites && suite >= 15 && suite <= 17) {
+        state.req_auth_alg = rmcpp::ext::kRakpHmacSha256;
+        state.req_integrity_alg = suite >= 16 ? rmcpp::ext::kHmacSha256_128 : 0;
+        state.req_confidentiality_alg = suite >= 17 ? 1 : 0;
+        return true;
+    }
     if (suite < 0 || suite > 3) return false;
     state.req_auth_alg = suite >= 1 ? 1 : 0;
     state.req_integrity_alg = suite >= 2 ? 1 : 0;
@@ -58,7 +69,11 @@ void derive_standard_keys(const RMCPp_SetupState &state, RMCPp_Session &s)
     }
 }
 
-void open_session(const RMCPp_SetupState &state, RMCPp_Session &s)
+}  // namespace
+
+namespace rmcpp::setup {
+
+void open_session(const RMCPp_SetupState &state, RMCPp_Session &s, bool standard_keys)
 {
     std::memset(&s, 0, sizeof s);
     s.integrity_alg = state.integrity_alg;
@@ -77,20 +92,14 @@ void open_session(const RMCPp_SetupState &state, RMCPp_Session &s)
     s.per_msg_auth_status = state.per_msg_auth_status;
     s.user_auth_status = state.user_auth_status;
     s.closed = 0;
-    if (rmcpp::load_setting(RMCPStandardKeys)) derive_standard_keys(state, s);
+    if (standard_keys) derive_standard_keys(state, s);
 }
 
-}  // namespace
-
-RMCPP_API int IPMI_SetupSession(IPMI_SessionParam *param)
+int prepare(const IPMI_SessionParam *param, RMCPp_SetupState &state, uint32_t &port, bool sha256_suites)
 {
-    if (param == nullptr) return refuse("Null input data.\n");
-
-    RMCPp_SetupState state;
     std::memset(&state, 0, sizeof state);
     state.bmc_address = param->bmc_address;
 
-    uint32_t port;
     switch (param->port_option) {
     case 0: port = 623; break;
     case 1: port = 664; break;
@@ -116,7 +125,7 @@ RMCPP_API int IPMI_SetupSession(IPMI_SessionParam *param)
     if (param->privilege_level < 0 || param->privilege_level > 5)
         return refuse("Invalid request privilege level.\n");
 
-    if (!propose_suite(param->cipher_suite_id, state)) return refuse("Invalid Chiper Suite ID.\n");
+    if (!propose_suite(param->cipher_suite_id, sha256_suites, state)) return refuse("Invalid Chiper Suite ID.\n");
 
     if (param->user_lookup_option != 0 && param->user_lookup_option != 1)
         return refuse("Invalid user look-up option.\n");
@@ -145,6 +154,21 @@ RMCPP_API int IPMI_SetupSession(IPMI_SessionParam *param)
     if (param->timeout_sec == 0) return refuse("Invalid timeout = 0.\n");
     state.retry_count = param->retry_count;
     state.timeout_sec = param->timeout_sec;
+    return 0;
+}
+
+}  // namespace rmcpp::setup
+
+extern "C" {
+
+RMCPP_API int IPMI_SetupSession(IPMI_SessionParam *param)
+{
+    if (param == nullptr) return refuse("Null input data.\n");
+
+    RMCPp_SetupState state;
+    uint32_t port = 0;
+    const int refused = rmcpp::setup::prepare(param, state, port, false);
+    if (refused != 0) return refused;
 
     const int r = SetupSession(&state, port, static_cast<uint32_t>(param->privilege_level),
                                static_cast<uint32_t>(param->user_lookup_option),
@@ -162,7 +186,7 @@ RMCPP_API int IPMI_SetupSession(IPMI_SessionParam *param)
         close(state.socket_fd);
         return 2;
     }
-    open_session(state, *param->session);
+    rmcpp::setup::open_session(state, *param->session, rmcpp::load_setting(RMCPStandardKeys) != 0);
     param->per_msg_auth_status = param->session->per_msg_auth_status;
     return 0;
 }

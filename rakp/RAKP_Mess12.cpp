@@ -6,6 +6,7 @@
 
 #include "arguments.h"
 #include "RAKP_common.h"
+#include "session_options.h"
 #include "rmcpp.h"
 #include "wire.h"
 
@@ -50,7 +51,7 @@ RMCPP_API int Check_RAKPMessage2(RMCPp_SetupState *state, const uint8_t *data, u
     const int r = rmcpp::rakp::check_reply_head(state, data, length, 0x13, tag, used, rakp_status, head);
     if (r != 0) return r;
     uint16_t wanted = 0;
-    if (rmcpp::rakp::expected_payload_length(state->auth_alg, 40, 60, wanted) != 0) return 3;
+    if (rmcpp::rakp::expected_payload_length(state, 40, 60, 72, wanted) != 0) return 3;
     if (head.payload_length != wanted) {
         lib_log(3, "Received Packet with number of Invalid Payload Length.\n");
         *rakp_status = rmcpp::rakp::kIllegalParameter;
@@ -63,7 +64,8 @@ RMCPP_API int Check_RAKPMessage2(RMCPp_SetupState *state, const uint8_t *data, u
 }
 
 // The code is HMAC(password, console session ID | managed system session
-// ID | Rm | Rc | GUID | role | N | user name); all 20 bytes are compared.
+// ID | Rm | Rc | GUID | role | N | user name); all its bytes are compared
+// (20 under RAKP-HMAC-SHA1, 32 under RAKP-HMAC-SHA256).
 RMCPP_API int CheckKeyExchange2(RMCPp_SetupState *state, uint8_t role, const uint8_t *rm, const uint8_t *rc,
                                 const uint8_t *received_code, uint8_t *mismatch)
 {
@@ -71,7 +73,7 @@ RMCPP_API int CheckKeyExchange2(RMCPp_SetupState *state, uint8_t role, const uin
     if (state->user_key_length > sizeof state->user_password) return rmcpp::args::invalid_length();
     *mismatch = 0;
     if (state->auth_alg == 0) return 0;
-    if (state->auth_alg != 1) {
+    if (state->auth_alg != 1 && !rmcpp::ext::sha256_auth(state, state->auth_alg)) {
         lib_log(3, "Not - supported Authentication algorithm.\n");
         return 1;
     }
@@ -82,18 +84,19 @@ RMCPP_API int CheckKeyExchange2(RMCPp_SetupState *state, uint8_t role, const uin
     w.bytes(rm, 16).bytes(rc, 16).bytes(state->bmc_guid, 16);
     w.u8(role).u8(state->user_name_length).bytes(state->user_name, state->user_name_length);
 
-    uint8_t expected[20];
-    uint32_t result_length = 30;
-    if (!w.ok() || CalculateAuthCode(state->auth_alg, input, static_cast<uint32_t>(w.size()), state->user_password,
-                                     state->user_key_length, expected, &result_length) != 0) {
+    uint8_t expected[32];
+    uint32_t result_length = 0;
+    if (!w.ok() || rmcpp::rakp::rakp_hmac(state, state->auth_alg, state->user_password, state->user_key_length, input,
+                                          static_cast<uint32_t>(w.size()), expected, result_length) != 0) {
         lib_log(3, "Could not calculate Auth Code.\n");
         return 1;
     }
 
-    uint8_t received[20];
-    Reader r(received_code, sizeof received);
-    r.bytes(received, sizeof received);
-    if (!std::equal(expected, expected + 20, received)) *mismatch = 1;
+    const uint32_t n = rmcpp::rakp::key_exchange_code_length(state, state->auth_alg);
+    uint8_t received[32];
+    Reader r(received_code, n);
+    r.bytes(received, n);
+    if (!std::equal(expected, expected + n, received)) *mismatch = 1;
     return 0;
 }
 
@@ -103,6 +106,11 @@ RMCPP_API int RAKPMessage1_2(RMCPp_SetupState *state, const uint8_t *rm, uint8_t
                              uint8_t *rakp_status)
 {
     if (rmcpp::args::any_null(state, rm, rc, rakp_status)) return rmcpp::args::null_input();
+    if (rmcpp::ext::Establishment *e = rmcpp::ext::active(state)) {
+        e->rm = rm;
+        e->role = role;
+        e->have_role = true;
+    }
     uint8_t request[kRequestSize];
     uint32_t request_length = 0;
     if (Make_RAKPMessage1(state, rm, role, tag, request, sizeof request, &request_length) != 0) {
@@ -129,8 +137,8 @@ RMCPP_API int RAKPMessage1_2(RMCPp_SetupState *state, const uint8_t *rm, uint8_t
     if (state->req_auth_alg == 0) return 0;
 
     p.skip(16);  // GUID, stored by the checker
-    uint8_t code[20];
-    p.bytes(code, sizeof code);
+    uint8_t code[32];
+    p.bytes(code, rmcpp::rakp::key_exchange_code_length(state, state->req_auth_alg));
     uint8_t mismatch = 0;
     const int k = CheckKeyExchange2(state, role, rm, rc, code, &mismatch);
     if (k != 0) {

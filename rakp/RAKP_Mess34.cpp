@@ -7,6 +7,7 @@
 
 #include "arguments.h"
 #include "RAKP_common.h"
+#include "session_options.h"
 #include "rmcpp.h"
 #include "wire.h"
 
@@ -16,7 +17,6 @@ using rmcpp::wire::Writer;
 namespace {
 
 constexpr uint32_t kShortLength = 24;  // RAKP 3 without a key exchange code
-constexpr uint32_t kCodeLength = 20;
 
 }  // namespace
 
@@ -28,7 +28,7 @@ RMCPP_API int MakeKeyExchange3(RMCPp_SetupState *state, const uint8_t *rc, uint8
     if (rmcpp::args::any_null(state, rc, out)) return rmcpp::args::null_input();
     if (state->user_key_length > sizeof state->user_password) return rmcpp::args::invalid_length();
     if (state->req_auth_alg == 0) return 0;
-    if (state->req_auth_alg != 1) {
+    if (state->req_auth_alg != 1 && !rmcpp::ext::sha256_auth(state, state->req_auth_alg)) {
         lib_log(3, "Not - supported Authentication algorithm.\n");
         return 1;
     }
@@ -37,12 +37,16 @@ RMCPP_API int MakeKeyExchange3(RMCPp_SetupState *state, const uint8_t *rc, uint8
     w.bytes(rc, 16).u32le(state->console_session_id);
     w.u8(role).u8(state->user_name_length).bytes(state->user_name, state->user_name_length);
 
-    uint32_t result_length = 30;
-    if (!w.ok() || CalculateAuthCode(state->req_auth_alg, input, static_cast<uint32_t>(w.size()),
-                                     state->user_password, state->user_key_length, out, &result_length) != 0) {
+    // The caller's buffer holds the code's own length: 20 bytes, or 32
+    // under RAKP-HMAC-SHA256.
+    uint8_t code[32];
+    uint32_t result_length = 0;
+    if (!w.ok() || rmcpp::rakp::rakp_hmac(state, state->req_auth_alg, state->user_password, state->user_key_length,
+                                          input, static_cast<uint32_t>(w.size()), code, result_length) != 0) {
         lib_log(3, "Could not calculate Auth Code.\n");
         return 1;
     }
+    Writer(out, result_length).bytes(code, result_length);
     return 0;
 }
 
@@ -64,16 +68,17 @@ RMCPP_API int Make_RAKPMessage3(RMCPp_SetupState *state, uint8_t tag, uint8_t st
     w.u8(tag).u8(status).u16le(0).u32le(state->bmc_session_id);
 
     if (status == 0 && state->req_auth_alg != 0) {
-        if (kShortLength + kCodeLength > buffer_size) {
+        const uint32_t code_length = rmcpp::rakp::key_exchange_code_length(state, state->req_auth_alg);
+        if (kShortLength + code_length > buffer_size) {
             lib_log(3, "Insufficient Data Size.\n");
             return 3;
         }
-        uint8_t code[kCodeLength];
+        uint8_t code[32];
         if (MakeKeyExchange3(state, rc, role, code) != 0) {
             lib_log(3, "Failed to calculate Hash Key for RAKP Message 3.\n\n");
             return 3;
         }
-        w.bytes(code, sizeof code);
+        w.bytes(code, code_length);
     }
     w.patch_u16le(length_at, static_cast<uint16_t>(w.size() - payload_at));
     *length_out = static_cast<uint32_t>(header_length + w.size());
@@ -90,7 +95,7 @@ RMCPP_API int Check_RAKPMessage4(RMCPp_SetupState *state, const uint8_t *data, u
     const int r = rmcpp::rakp::check_reply_head(state, data, length, 0x15, tag, used, rakp_status, head);
     if (r != 0) return r;
     uint16_t wanted = 0;
-    if (rmcpp::rakp::expected_payload_length(state->auth_alg, 8, 20, wanted) != 0) return 3;
+    if (rmcpp::rakp::expected_payload_length(state, 8, 20, 24, wanted) != 0) return 3;
     if (head.payload_length != wanted) {
         lib_log(3, "Received Packet with number of Invalid Payload Length.\n");
         return 69;
@@ -99,14 +104,17 @@ RMCPP_API int Check_RAKPMessage4(RMCPp_SetupState *state, const uint8_t *data, u
 }
 
 // HMAC-SHA1-96: the first 12 bytes of HMAC(SIK, Rm | managed system session
-// ID | GUID); the last 8 bytes of the result play no part.
+// ID | GUID); the last 8 bytes of the result play no part. Under
+// RAKP-HMAC-SHA256, the first 16 bytes of HMAC-SHA256 under the whole SIK.
 RMCPP_API int CheckKeyExchange4(RMCPp_SetupState *state, const uint8_t *rm, const uint8_t *received_value,
                                 uint8_t *mismatch)
 {
     if (rmcpp::args::any_null(state, rm, received_value, mismatch)) return rmcpp::args::null_input();
     *mismatch = 0;
     if (state->auth_alg == 0) return 0;
-    if (state->auth_alg != 1) {
+    const rmcpp::ext::Establishment *e = rmcpp::ext::active(state);
+    const bool sha256 = rmcpp::ext::sha256_auth(state, state->auth_alg);
+    if (state->auth_alg != 1 && !sha256) {
         lib_log(3, "Not-supported Authentication algorithm.\n");
         return 1;
     }
@@ -114,18 +122,21 @@ RMCPP_API int CheckKeyExchange4(RMCPp_SetupState *state, const uint8_t *rm, cons
     Writer w(input, sizeof input);
     w.bytes(rm, 16).u32le(state->bmc_session_id).bytes(state->bmc_guid, 16);
 
-    uint8_t expected[20];
-    uint32_t result_length = 30;
-    if (CalculateAuthCode(state->auth_alg, input, sizeof input, state->sik, sizeof state->sik, expected,
-                          &result_length) != 0) {
+    const uint8_t *sik = sha256 ? e->sik : state->sik;
+    const uint32_t sik_length = sha256 ? sizeof e->sik : sizeof state->sik;
+    uint8_t expected[32];
+    uint32_t result_length = 0;
+    if (rmcpp::rakp::rakp_hmac(state, state->auth_alg, sik, sik_length, input, sizeof input, expected,
+                               result_length) != 0) {
         lib_log(3, "Could not calculate Auth Code.\n");
         return 1;
     }
 
-    uint8_t received[12];
-    Reader r(received_value, sizeof received);
-    r.bytes(received, sizeof received);
-    if (!std::equal(received, received + sizeof received, expected)) *mismatch = 1;
+    const uint32_t n = rmcpp::rakp::integrity_check_value_length(state, state->auth_alg);
+    uint8_t received[16];
+    Reader r(received_value, n);
+    r.bytes(received, n);
+    if (!std::equal(received, received + n, expected)) *mismatch = 1;
     return 0;
 }
 
@@ -157,8 +168,8 @@ RMCPP_API int RAKPMessage3_4(RMCPp_SetupState *state, const uint8_t *rm, uint8_t
 
     Reader p(response, sizeof response);
     p.skip(payload_offset + 8);
-    uint8_t value[12];
-    p.bytes(value, sizeof value);
+    uint8_t value[16];
+    p.bytes(value, rmcpp::rakp::integrity_check_value_length(state, state->req_auth_alg));
     uint8_t mismatch = 0;
     if (CheckKeyExchange4(state, rm, value, &mismatch) != 0) {
         lib_log(3, "Failed to calculate Hash Key for RAKP Message 4.\n\n");

@@ -4,9 +4,15 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <cstring>
+#include <vector>
+
+#include "RAKP_common.h"
 #include "arguments.h"
 #include "process_settings.h"
 #include "rmcpp.h"
+#include "session_options.h"
+#include "wire.h"
 
 extern "C" {
 
@@ -45,6 +51,59 @@ int check_response(RMCPp_SetupState *state, uint8_t response_type, const uint8_t
     }
 }
 
+// Under the strict-peer option a datagram that fails a check does not end
+// the wait. The last such refusal is kept: it becomes the result once the
+// attempts run out, or at once when a later attempt draws the same refusal
+// again (a BMC that really refuses says so every time; a forged or damaged
+// datagram does not repeat).
+struct Refusal {
+    int code = 0;  // the checker's result, or kKeyMismatch
+    int attempt = -1;
+    uint8_t rakp_status = 0;
+    uint32_t payload_offset = 0;
+    uint32_t length = 0;
+    std::vector<uint8_t> datagram;
+};
+
+// A RAKP 2 or RAKP 4 whose key did not check; the phase itself finds the
+// mismatch again in the datagram handed back.
+constexpr int kKeyMismatch = -15;
+
+// Checks the key exchange code of a RAKP 2 or the integrity check value of
+// a RAKP 4 while still waiting, so that a damaged or forged one is dropped.
+bool key_checks(RMCPp_SetupState *state, uint8_t response_type, const uint8_t *response, uint32_t size,
+                uint32_t payload_offset)
+{
+    const rmcpp::ext::Establishment *e = rmcpp::ext::active(state);
+    if (state->auth_alg == 0 || e == nullptr || e->rm == nullptr || !e->have_role) return true;
+    rmcpp::wire::Reader p(response, size);
+    p.skip(payload_offset + 8);
+    uint8_t mismatch = 0;
+    if (response_type == 0x12) {
+        uint8_t rc[16];
+        uint8_t code[32] = {};
+        p.bytes(rc, sizeof rc);
+        p.skip(16);
+        p.bytes(code, rmcpp::rakp::key_exchange_code_length(state, state->auth_alg));
+        if (!p.ok() || CheckKeyExchange2(state, e->role, e->rm, rc, code, &mismatch) != 0) return false;
+    } else if (response_type == 0x14) {
+        uint8_t value[16] = {};
+        p.bytes(value, rmcpp::rakp::integrity_check_value_length(state, state->auth_alg));
+        if (!p.ok() || CheckKeyExchange4(state, e->rm, value, &mismatch) != 0) return false;
+    }
+    return mismatch == 0;
+}
+
+int hand_back(const Refusal &refusal, uint8_t *response, uint32_t *response_length, uint32_t *payload_offset,
+              uint8_t *rakp_status)
+{
+    std::memcpy(response, refusal.datagram.data(), refusal.datagram.size());
+    *response_length = refusal.length;
+    *payload_offset = refusal.payload_offset;
+    if (rakp_status != nullptr) *rakp_status = refusal.rakp_status;
+    return refusal.code == kKeyMismatch ? 0 : refusal.code;
+}
+
 }  // namespace
 
 RMCPP_API int RetryRoutine_RAKP(RMCPp_SetupState *state, uint8_t *request, uint32_t request_length, uint8_t *response,
@@ -59,6 +118,8 @@ RMCPP_API int RetryRoutine_RAKP(RMCPp_SetupState *state, uint8_t *request, uint3
     if ((response_type == 0x00 && expected == nullptr) ||
         ((response_type == 0x12 || response_type == 0x14) && rakp_status == nullptr))
         return rmcpp::args::null_input();
+    const bool strict = rmcpp::ext::strict_peer(state);
+    Refusal refusal;
     // An 8-bit counter: a retry count above 255 makes it wrap, so the
     // attempts never run out. Kept as it is.
     for (uint8_t n = 0; n < state->retry_count; ++n) {
@@ -98,10 +159,26 @@ RMCPP_API int RetryRoutine_RAKP(RMCPp_SetupState *state, uint8_t *request, uint3
                                                expected, tag, &used, rakp_status);
             *payload_offset += used;
             if (checked == 69) continue;  // not the awaited response: keep waiting
-            return checked;
+            if (!strict) return checked;
+            int code = checked;
+            if (code == 0 && !key_checks(state, response_type, response, response_size, *payload_offset))
+                code = kKeyMismatch;
+            if (code == 0) return 0;
+            if (code == refusal.code && refusal.attempt >= 0 && refusal.attempt != n) {
+                lib_log(1, "The same refusal came again; taking it.\n");
+                return code == kKeyMismatch ? 0 : code;
+            }
+            refusal.code = code;
+            refusal.attempt = n;
+            refusal.rakp_status = rakp_status != nullptr ? *rakp_status : 0;
+            refusal.payload_offset = *payload_offset;
+            refusal.length = *response_length;
+            refusal.datagram.assign(response, response + response_size);
+            lib_log(1, "Dropped a response that failed its check; still waiting.\n");
         }
         lib_log(1, "Timeout, now retrying ...\n");
     }
+    if (refusal.attempt >= 0) return hand_back(refusal, response, response_length, payload_offset, rakp_status);
     lib_log(3, "Re-try over.\n");
     return 4;
 }
@@ -138,17 +215,24 @@ RMCPP_API int SetupSession(RMCPp_SetupState *state, uint32_t port, uint32_t priv
         rmcpp::store_setting(do_self_check, 0);
     }
 
-    int r = init_socket(&state->socket_fd, state->bmc_address, port, state->local_port);
+    // An establishment with options comes with its socket already open.
+    const rmcpp::ext::Establishment *options = rmcpp::ext::active(state);
+    int r = 0;
+    if (options != nullptr)
+        state->socket_fd = options->socket_fd;
+    else
+        r = init_socket(&state->socket_fd, state->bmc_address, port, state->local_port);
     if (r != 0) {
         lib_log(3, "Failed to initialize socket.\n");
         return r;
     }
 
     const struct timeval ping_limit = {state->timeout_sec, 0};
-    if (RMCP_PingPong(state->socket_fd, state->retry_count, &ping_limit) != 0)
+    const bool ping = options == nullptr || (options->flags & RMCPP_OPT_NO_PING) == 0;
+    if (ping && RMCP_PingPong(state->socket_fd, state->retry_count, &ping_limit) != 0)
         return give_up(state, 34, "Failed to ping-pong.\n");
 
-    state->console_session_id = MakeSessionID();
+    state->console_session_id = rmcpp::ext::session_id(state);
     state->recv_window_auth = 0xFFFF;
     state->recv_window_unauth = 0xFFFF;
     uint8_t not_supported = 0;
@@ -185,7 +269,7 @@ RMCPP_API int SetupSession(RMCPp_SetupState *state, uint32_t port, uint32_t priv
 
     uint8_t rm[16];
     uint8_t rc[16];
-    if (MakeRandomNumber(rm) != 0) return give_up(state, 3);
+    if (rmcpp::ext::random_number(state, rm) != 0) return give_up(state, 3);
 
     // A wrong key exchange code in RAKP 2 is no failure here: it comes back
     // as rakp_status 15 and is reported to the managed system in RAKP 3.

@@ -1,5 +1,7 @@
 #include "RAKP_common.h"
 
+#include "session_options.h"
+
 namespace rmcpp::rakp {
 
 int start_request(uint8_t *buffer, uint32_t buffer_size, uint32_t needed, uint32_t &header_length)
@@ -60,13 +62,39 @@ int check_reply_head(const RMCPp_SetupState *state, const uint8_t *data, uint32_
     return 0;
 }
 
-int expected_payload_length(uint8_t auth_alg, uint16_t none, uint16_t hmac, uint16_t &wanted)
+int expected_payload_length(const RMCPp_SetupState *state, uint16_t none, uint16_t hmac, uint16_t sha256,
+                            uint16_t &wanted)
 {
-    switch (auth_alg) {
+    if (ext::sha256_auth(state, state->auth_alg)) {
+        wanted = sha256;
+        return 0;
+    }
+    switch (state->auth_alg) {
     case 0: wanted = none; return 0;
     case 1: wanted = hmac; return 0;
     default: lib_log(3, "Unsupported Authentication algorithm.\n"); return 3;
     }
+}
+
+uint32_t key_exchange_code_length(const RMCPp_SetupState *state, uint8_t auth_alg)
+{
+    return ext::sha256_auth(state, auth_alg) ? 32 : 20;
+}
+
+uint32_t integrity_check_value_length(const RMCPp_SetupState *state, uint8_t auth_alg)
+{
+    return ext::sha256_auth(state, auth_alg) ? 16 : 12;
+}
+
+int rakp_hmac(const RMCPp_SetupState *state, uint8_t auth_alg, const uint8_t *key, uint32_t key_length,
+              const uint8_t *data, uint32_t data_length, uint8_t out[32], uint32_t &out_length)
+{
+    if (ext::sha256_auth(state, auth_alg)) {
+        out_length = 32;
+        return hmac_sha256(key, key_length, data, data_length, out) ? 0 : 1;
+    }
+    out_length = 30;
+    return CalculateAuthCode(auth_alg, data, data_length, key, key_length, out, &out_length) != 0 ? 1 : 0;
 }
 
 }  // namespace rmcpp::rakp

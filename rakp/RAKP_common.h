@@ -29,8 +29,20 @@ int check_reply_head(const RMCPp_SetupState *state, const uint8_t *data, uint32_
                      uint8_t tag, uint32_t *used, uint8_t *rakp_status, ReplyHead &head);
 
 // The payload length that the authentication algorithm asks for: `none`
-// under RAKP-none, `hmac` under RAKP-HMAC-SHA1. Logs and returns 3 for any
-// other algorithm.
-int expected_payload_length(uint8_t auth_alg, uint16_t none, uint16_t hmac, uint16_t &wanted);
+// under RAKP-none, `hmac` under RAKP-HMAC-SHA1, `sha256` under
+// RAKP-HMAC-SHA256 (only in an establishment with options). Logs and returns
+// 3 for any other algorithm.
+int expected_payload_length(const RMCPp_SetupState *state, uint16_t none, uint16_t hmac, uint16_t sha256,
+                            uint16_t &wanted);
+
+// Lengths of the RAKP codes under the state's authentication algorithm:
+// the key exchange codes of RAKP 2 and 3, and the RAKP 4 check value.
+uint32_t key_exchange_code_length(const RMCPp_SetupState *state, uint8_t auth_alg);
+uint32_t integrity_check_value_length(const RMCPp_SetupState *state, uint8_t auth_alg);
+
+// HMAC-SHA256 under RAKP-HMAC-SHA256 (32 bytes), else CalculateAuthCode
+// under `auth_alg` (20 bytes). Returns 0 with the code's length, or 1.
+int rakp_hmac(const RMCPp_SetupState *state, uint8_t auth_alg, const uint8_t *key, uint32_t key_length,
+              const uint8_t *data, uint32_t data_length, uint8_t out[32], uint32_t &out_length);
 
 }  // namespace rmcpp::rakp

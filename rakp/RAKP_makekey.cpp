@@ -13,6 +13,7 @@
 #include "arguments.h"
 #include "process_settings.h"
 #include "rmcpp.h"
+#include "session_options.h"
 #include "wire.h"
 
 using rmcpp::wire::Writer;
@@ -129,7 +130,8 @@ RMCPP_API int MakeSIK(RMCPp_SetupState *state, uint8_t role, const uint8_t *rm, 
         std::memset(state->sik, 0, sizeof state->sik);
         return 0;
     }
-    if (state->req_auth_alg != 1) {
+    const bool sha256 = rmcpp::ext::sha256_auth(state, state->req_auth_alg);
+    if (state->req_auth_alg != 1 && !sha256) {
         lib_log(3, "Error : Not - supported Authentication algorithm.\n");
         return 1;
     }
@@ -144,6 +146,18 @@ RMCPP_API int MakeSIK(RMCPp_SetupState *state, uint8_t role, const uint8_t *rm, 
     if (state->kg_status != 0) {
         key = state->bmc_key;
         key_length = state->bmc_key_length;
+    }
+
+    if (sha256) {
+        // The 32-byte SIK lives with the establishment's options; the state
+        // record's 20 bytes get its head.
+        rmcpp::ext::Establishment *e = rmcpp::ext::active(state);
+        if (!w.ok() || !rmcpp::hmac_sha256(key, key_length, input, static_cast<uint32_t>(w.size()), e->sik)) {
+            lib_log(3, "Could not calculate Auth Code.\n");
+            return 1;
+        }
+        std::memcpy(state->sik, e->sik, sizeof state->sik);
+        return 0;
     }
 
     uint8_t result[20];
@@ -168,6 +182,18 @@ RMCPP_API int MakeConfidentialityKey(RMCPp_SetupState *state)
     if (state->req_confidentiality_alg != 1) {
         lib_log(3, "Not-supported Confidentiality Algorithm in making key.\n");
         return 1;
+    }
+    if (rmcpp::ext::sha256_auth(state, state->req_auth_alg)) {
+        // K2 = HMAC-SHA256(SIK, 0x02 x 20), as IPMI v2.0 defines it; AES-128
+        // takes its first 16 bytes.
+        const rmcpp::ext::Establishment *e = rmcpp::ext::active(state);
+        uint8_t k2[32];
+        if (!rmcpp::hmac_sha256(e->sik, sizeof e->sik, kK2Constant.data(), 20, k2)) {
+            lib_log(3, "Could not calculate Auth Code.\n");
+            return 1;
+        }
+        std::memcpy(state->cipher_key, k2, sizeof state->cipher_key);
+        return 0;
     }
     uint32_t result_length = 0;
     // Only the reported length decides; the result code is not looked at.

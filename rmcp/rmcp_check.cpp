@@ -4,6 +4,7 @@
 
 #include "arguments.h"
 #include "rmcpp.h"
+#include "session_options.h"
 #include "wire.h"
 
 extern "C" {
@@ -131,19 +132,28 @@ RMCPP_API int Check_IPMIHeadTail(RMCPp_Session *session, const uint8_t *packet, 
     const bool authenticated = (type & kPayloadAuthenticated) != 0;
     uint32_t pad = 0;
     if (authenticated) {
-        if (session->integrity_alg != 1) return reject("Unsupported Integrity Algorithm.\n");
+        // HMAC-SHA256-128 (16 bytes under K1) for sessions of suites 16 and 17.
+        const rmcpp::ext::SessionExtras *extras =
+            session->integrity_alg == rmcpp::ext::kHmacSha256_128 ? rmcpp::ext::extras_of(session) : nullptr;
+        if (session->integrity_alg != 1 && extras == nullptr) return reject("Unsupported Integrity Algorithm.\n");
+        const uint32_t code_size = extras != nullptr ? 16 : 12;
         pad = (4 - (payload_length + 14) % 4) % 4;
         const uint32_t covered = payload_length + 14 + pad;
-        if (total != covered + 12) return reject("Received Unexpected Packet.(S_T Payload length)\n");
-        uint8_t code[20];
+        if (total != covered + code_size) return reject("Received Unexpected Packet.(S_T Payload length)\n");
+        uint8_t code[32];
         uint32_t code_length = 0;
-        if (CalculateAuthCode(session->integrity_alg, packet, covered, session->sik, 20, code, &code_length) != 0 ||
-            code_length != 20) {
+        const bool computed =
+            extras != nullptr
+                ? rmcpp::hmac_sha256(extras->integrity_key, sizeof extras->integrity_key, packet, covered, code)
+                : CalculateAuthCode(session->integrity_alg, packet, covered, session->sik, 20, code, &code_length) ==
+                          0 &&
+                      code_length == 20;
+        if (!computed) {
             lib_log(3, "Failed to calculate Integrity code.\n");
             return 1;
         }
-        rmcpp::wire::Reader trailer_code(packet + covered, 12);
-        for (int i = 0; i < 12; ++i)
+        rmcpp::wire::Reader trailer_code(packet + covered, code_size);
+        for (uint32_t i = 0; i < code_size; ++i)
             if (trailer_code.u8() != code[i]) return reject("Invalid Integrity Code in received packet.\n");
     } else if (total != payload_length + 12) {
         lib_log(3, "Received Invalid Packet.(S_H Payload length)\n");

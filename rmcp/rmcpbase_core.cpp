@@ -7,6 +7,7 @@
 
 #include "arguments.h"
 #include "rmcpp.h"
+#include "session_options.h"
 #include "wire.h"
 
 namespace {
@@ -19,14 +20,15 @@ EVP_MAC *hmac_algorithm()
     return mac;
 }
 
-// One HMAC-SHA1 context per thread, made once with its digest set. Each
-// code re-keys it only when the key changes: a session computes every
-// integrity code under the same key, and keying costs two SHA-1 blocks.
+// One HMAC context per thread and digest, made once with its digest set.
+// Each code re-keys it only when the key changes: a session computes every
+// integrity code under the same key, and keying costs two hash blocks.
 class ThreadHmac {
 public:
-    ThreadHmac() : ctx_(EVP_MAC_CTX_new(hmac_algorithm()))
+    explicit ThreadHmac(const char *digest_name, size_t size) : ctx_(EVP_MAC_CTX_new(hmac_algorithm())), size_(size)
     {
-        char digest[] = "SHA1";
+        char digest[16] = {};
+        std::strncpy(digest, digest_name, sizeof digest - 1);
         const OSSL_PARAM params[] = {OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digest, 0),
                                      OSSL_PARAM_construct_end()};
         if (ctx_ && !EVP_MAC_CTX_set_params(ctx_, params)) {
@@ -50,30 +52,37 @@ public:
             key_length_ = key_length;
             keyed_ = true;
         }
-        return EVP_MAC_update(ctx_, data, data_length) && EVP_MAC_final(ctx_, output, written, 20);
+        return EVP_MAC_update(ctx_, data, data_length) && EVP_MAC_final(ctx_, output, written, size_);
     }
 
 private:
     EVP_MAC_CTX *ctx_;
+    size_t size_;
     uint8_t key_[64] = {};
     uint32_t key_length_ = 0;
     bool keyed_ = false;
 };
 
-void hmac_sha1(const uint8_t *key, uint32_t key_length, const uint8_t *data, uint32_t data_length,
-               uint8_t *output, uint32_t *output_length)
+// HMAC pads its key with zeros to the block size, so an empty key and a
+// single zero byte are the same key; the latter keeps OpenSSL from refusing
+// a zero-length key.
+bool thread_hmac(ThreadHmac &hmac, const uint8_t *key, uint32_t key_length, const uint8_t *data,
+                 uint32_t data_length, uint8_t *output, size_t *written)
 {
-    // HMAC pads its key with zeros to the block size, so an empty key and a
-    // single zero byte are the same key; the latter keeps OpenSSL from
-    // refusing a zero-length key.
     static const uint8_t zero_key[1] = {0};
     if (key_length == 0) {
         key = zero_key;
         key_length = 1;
     }
-    thread_local ThreadHmac hmac;
+    return hmac.compute(key, key_length, data, data_length, output, written);
+}
+
+void hmac_sha1(const uint8_t *key, uint32_t key_length, const uint8_t *data, uint32_t data_length,
+               uint8_t *output, uint32_t *output_length)
+{
+    thread_local ThreadHmac hmac("SHA1", 20);
     size_t written = 0;
-    if (hmac.compute(key, key_length, data, data_length, output, &written)) {
+    if (thread_hmac(hmac, key, key_length, data, data_length, output, &written)) {
         *output_length = static_cast<uint32_t>(written);
         return;
     }
@@ -84,6 +93,20 @@ void hmac_sha1(const uint8_t *key, uint32_t key_length, const uint8_t *data, uin
 }
 
 }  // namespace
+
+namespace rmcpp {
+
+bool hmac_sha256(const uint8_t *key, uint32_t key_length, const uint8_t *data, uint32_t data_length,
+                 uint8_t output[32])
+{
+    thread_local ThreadHmac hmac("SHA256", 32);
+    size_t written = 0;
+    if (thread_hmac(hmac, key, key_length, data, data_length, output, &written) && written == 32) return true;
+    std::memset(output, 0, 32);
+    return false;
+}
+
+}  // namespace rmcpp
 
 extern "C" {
 
@@ -190,7 +213,7 @@ RMCPP_API int MakeRMCP_pluse_Packet(RMCPp_Session *session, const uint8_t *data,
         }
         if (room < 16) return insufficient();
         uint8_t iv[16];
-        if (MakeRandomNumber(iv) != 0) {
+        if (rmcpp::ext::packet_random(session, iv) != 0) {
             lib_log(3, "Failed to make Confidentiality Header.\n");
             return 1;
         }
@@ -245,7 +268,21 @@ RMCPP_API int MakeRMCP_pluse_Packet(RMCPp_Session *session, const uint8_t *data,
         }
         w.bytes(code, 12);
     }
-    if (session->integrity_alg > 1) {
+    // HMAC-SHA256-128 under K1, for sessions of suites 16 and 17.
+    const rmcpp::ext::SessionExtras *extras =
+        session->integrity_alg == rmcpp::ext::kHmacSha256_128 ? rmcpp::ext::extras_of(session) : nullptr;
+    if (extras != nullptr) {
+        const uint32_t pad = (4 - (12 + payload_length + 2) % 4) % 4;
+        if (pad + 18 > room) return insufficient();
+        w.fill(0xFF, pad).u8(static_cast<uint8_t>(pad)).u8(0x07);
+        uint8_t code[32];
+        if (!rmcpp::hmac_sha256(extras->integrity_key, sizeof extras->integrity_key, buffer + 4,
+                                static_cast<uint32_t>(w.size()), code)) {
+            lib_log(3, "Failed to generate Integrity value.\n");
+            return 1;
+        }
+        w.bytes(code, 16);
+    } else if (session->integrity_alg > 1) {
         lib_log(3, "This program not support Integrity algorithm.\n");
         return 1;
     }

@@ -309,6 +309,39 @@ void setup_rows(std::vector<Probe> &rows)
                          },
                          "Input server key.\n"));
 
+    rows.push_back({"rmcpp_setup_session", "param null",
+                    [] { return Outcome{rmcpp_setup_session(nullptr, nullptr), true}; }, kInvalid, kNull});
+    auto with_options = [](const char *probe, void (*spoil)(IPMI_SessionParam &, RMCPP_SessionOptions &),
+                           const char *message) {
+        return Probe{"rmcpp_setup_session", probe,
+                     [spoil] {
+                         IPMI_SessionParam p = setup_param();
+                         RMCPp_Session *const before = p.session;
+                         RMCPP_SessionOptions o = {sizeof o, 0, nullptr, 0, 0, 0};
+                         spoil(p, o);
+                         const int r = rmcpp_setup_session(&p, &o);
+                         return Outcome{r, p.session == before};
+                     },
+                     kInvalid, message};
+    };
+    rows.push_back(with_options("cipher suite 4", [](IPMI_SessionParam &p, RMCPP_SessionOptions &) { p.cipher_suite_id = 4; },
+                                "Invalid Chiper Suite ID.\n"));
+    rows.push_back(with_options("cipher suite 18", [](IPMI_SessionParam &p, RMCPP_SessionOptions &) { p.cipher_suite_id = 18; },
+                                "Invalid Chiper Suite ID.\n"));
+    rows.push_back(with_options("port option -1", [](IPMI_SessionParam &p, RMCPP_SessionOptions &) { p.port_option = -1; },
+                                "Invalid port option.\n"));
+    rows.push_back(with_options("options size 2", [](IPMI_SessionParam &, RMCPP_SessionOptions &o) { o.size = 2; },
+                                "Invalid size of session options.\n"));
+    rows.push_back(with_options("unknown flag", [](IPMI_SessionParam &, RMCPP_SessionOptions &o) { o.flags = 0x80000000u; },
+                                "Unknown flag in session options.\n"));
+    rows.push_back(with_options("key mode 3", [](IPMI_SessionParam &, RMCPP_SessionOptions &o) { o.key_mode = 3; },
+                                "Invalid key mode in session options.\n"));
+    rows.push_back(with_options("random source 255",
+                                [](IPMI_SessionParam &, RMCPP_SessionOptions &o) { o.random_source = 255; },
+                                "Invalid random source in session options.\n"));
+    rows.push_back(with_options("empty host", [](IPMI_SessionParam &, RMCPP_SessionOptions &o) { o.host = ""; },
+                                "Empty host name.\n"));
+
     // Only the low 8 bits of the value are kept.
     rows.push_back({"IPMI_SetupConnectSA", "value UINT_MAX",
                     [] {
