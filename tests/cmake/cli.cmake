@@ -1,5 +1,5 @@
 # Tests that run the rmcpp tool need its path.
-foreach(t cli_test interop_ipmi_sim_test)
+foreach(t cli_test cli_options_test cli_suites_test cli_ipmi_sim_test interop_ipmi_sim_test)
   if(TARGET ${t})
     target_compile_definitions(${t} PRIVATE RMCPP_CLI="$<TARGET_FILE:rmcpp-cli>")
     add_dependencies(${t} rmcpp-cli)
