@@ -455,7 +455,19 @@ typedef struct RMCPP_ChannelCipherSuites {
 /* Get Channel Cipher Suites, outside any session: the suites that `channel`
  * (0x0E: the channel asked over) offers for IPMI payloads. The BMC, port,
  * slave address, LUN, attempts and wait come from `param` and `options` as
- * for rmcpp_setup_session; no session is opened and nothing is kept. */
+ * for rmcpp_setup_session; no session is opened and nothing is kept.
+ * `out->size` may be smaller than sizeof(RMCPP_ChannelCipherSuites): the
+ * suites that fit are filled. The request goes in IPMI v1.5 framing
+ * (authentication type none). An OEM suite is listed with its ID and
+ * algorithm numbers; its IANA number is not kept. Results: RMCPP_OK;
+ * RMCPP_ERR_INVALID for a bad argument or a damaged list (count 0);
+ * RMCPP_ERR_BUFFER when `size` leaves no room for `count` (nothing
+ * written), or when the channel lists more suites than fit (those that
+ * fit are counted); RMCPP_ERR_COMPLETION for a non-zero completion code;
+ * RMCPP_ERR_DATA_LENGTH for a response of the wrong length;
+ * RMCPP_ERR_RETRY_OVER when no response came; RMCPP_ERR_PING,
+ * RMCPP_ERR_RESOLVE, RMCPP_ERR_SOCKET, RMCPP_ERR_BIND as for session
+ * setup. */
 RMCPP_API int rmcpp_get_channel_cipher_suites(const IPMI_SessionParam *param, const RMCPP_SessionOptions *options,
                                               uint8_t channel, RMCPP_ChannelCipherSuites *out);
 

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <vector>
 
+#include "options_input.h"
 #include "process_settings.h"
 #include "rmcpp.h"
 #include "session_options.h"
@@ -17,52 +18,8 @@
 
 namespace {
 
+using rmcpp::options::refuse;
 using rmcpp::transport::Endpoint;
-
-constexpr uint32_t kKnownFlags = RMCPP_OPT_NO_PING | RMCPP_OPT_KERNEL_PORT | RMCPP_OPT_STRICT_PEER;
-
-int refuse(const char *message)
-{
-    lib_log(3, "%s", message);
-    return RMCPP_ERR_INVALID;
-}
-
-// Reads a record of any version: members beyond the caller's size count as
-// zero, and a newer caller's members this library does not know must be
-// zero, or the record is refused rather than half obeyed.
-int read_options(const RMCPP_SessionOptions *given, RMCPP_SessionOptions &out)
-{
-    std::memset(&out, 0, sizeof out);
-    if (given == nullptr || given->size == 0) return 0;
-    const uint32_t size = given->size;
-    if (size < sizeof out.size) return refuse("Invalid size of session options.\n");
-    std::memcpy(&out, given, size < sizeof out ? size : sizeof out);
-    const auto *bytes = reinterpret_cast<const uint8_t *>(given);
-    for (uint32_t i = sizeof out; i < size; ++i)
-        if (bytes[i] != 0) return refuse("Unknown member set in session options.\n");
-    out.size = sizeof out;
-    if ((out.flags & ~kKnownFlags) != 0) return refuse("Unknown flag in session options.\n");
-    if (out.key_mode > RMCPP_KEYS_STANDARD) return refuse("Invalid key mode in session options.\n");
-    if (out.random_source > RMCPP_RANDOM_KERNEL) return refuse("Invalid random source in session options.\n");
-    if (out.host != nullptr && out.host[0] == '\0') return refuse("Empty host name.\n");
-    return 0;
-}
-
-int endpoints_of(const IPMI_SessionParam *param, const RMCPP_SessionOptions &o, uint32_t port,
-                 std::vector<Endpoint> &out)
-{
-    const uint16_t p = o.port != 0 ? o.port : static_cast<uint16_t>(port);
-    if (o.host != nullptr) return rmcpp::transport::resolve(o.host, p, out);
-    out.assign(1, rmcpp::transport::ipv4(param->bmc_address, p));
-    return 0;
-}
-
-// Failures that another address of the same host may not have.
-bool worth_next_address(int r)
-{
-    return r == RMCPP_ERR_SOCKET || r == RMCPP_ERR_BIND || r == RMCPP_ERR_PING || r == RMCPP_ERR_RETRY_OVER ||
-           r == RMCPP_ERR_TIMEOUT || r == RMCPP_ERR_RECEIVE;
-}
 
 bool standard_keys(const RMCPP_SessionOptions &o)
 {
@@ -93,7 +50,7 @@ RMCPP_API int rmcpp_setup_session(IPMI_SessionParam *param, const RMCPP_SessionO
 {
     if (param == nullptr) return refuse("Null input data.\n");
     RMCPP_SessionOptions o;
-    int r = read_options(options, o);
+    int r = rmcpp::options::read(options, o);
     if (r != 0) return r;
 
     RMCPp_SetupState prepared;
@@ -102,7 +59,7 @@ RMCPP_API int rmcpp_setup_session(IPMI_SessionParam *param, const RMCPP_SessionO
     if (r != 0) return r;
 
     std::vector<Endpoint> endpoints;
-    r = endpoints_of(param, o, port, endpoints);
+    r = rmcpp::options::endpoints(*param, o, port, endpoints);
     if (r != 0) return r;
 
     RMCPp_SetupState state;
@@ -121,7 +78,7 @@ RMCPP_API int rmcpp_setup_session(IPMI_SessionParam *param, const RMCPP_SessionO
                              static_cast<uint32_t>(param->user_lookup_option),
                              static_cast<uint32_t>(param->two_key_login_option), &param->granted_privilege);
         }
-        if (r == 0 || i + 1 == endpoints.size() || !worth_next_address(r)) break;
+        if (r == 0 || i + 1 == endpoints.size() || !rmcpp::options::worth_next_address(r)) break;
         lib_log(1, "No session with %s; trying the next address.\n",
                 rmcpp::transport::to_text(endpoints[i]).c_str());
     }

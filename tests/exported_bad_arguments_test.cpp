@@ -271,6 +271,66 @@ void framing_checker_rows(std::vector<Probe> &rows)
     rows.push_back(mess("data length null", true, true, true, false));
 }
 
+// Get Channel Cipher Suites: every refusal comes before any socket is
+// opened, and leaves the whole output record (its size aside) untouched.
+void cipher_suites_rows(std::vector<Probe> &rows)
+{
+    using Suites = Out<RMCPP_ChannelCipherSuites>;
+    auto intact_but_size = [](const Suites &s) {
+        const auto *b = reinterpret_cast<const uint8_t *>(&s.v);
+        for (size_t i = sizeof s.v.size; i < sizeof s.v; ++i)
+            if (b[i] != kFill) return false;
+        return true;
+    };
+    auto probe = [intact_but_size](const char *name, uint8_t channel, uint32_t size, bool param, bool out,
+                                   void (*spoil)(IPMI_SessionParam &, RMCPP_SessionOptions &), int expected,
+                                   const char *message) {
+        return Probe{"rmcpp_get_channel_cipher_suites", name,
+                     [=] {
+                         IPMI_SessionParam p = setup_param();
+                         RMCPP_SessionOptions o = {sizeof o, 0, nullptr, 0, 0, 0};
+                         if (spoil != nullptr) spoil(p, o);
+                         Suites s;
+                         s.v.size = size;
+                         const int r = rmcpp_get_channel_cipher_suites(param ? &p : nullptr, &o, channel,
+                                                                       out ? &s.v : nullptr);
+                         return Outcome{r, intact_but_size(s)};
+                     },
+                     expected, message};
+    };
+    constexpr uint32_t kSize = sizeof(RMCPP_ChannelCipherSuites);
+    rows.push_back(probe("param null", 0x0E, kSize, false, true, nullptr, kInvalid, kNull));
+    rows.push_back(probe("out null", 0x0E, kSize, true, false, nullptr, kInvalid, kNull));
+    rows.push_back(probe("channel 16", 0x10, kSize, true, true, nullptr, kInvalid, "Invalid channel number.\n"));
+    rows.push_back(probe("channel 255", 0xFF, kSize, true, true, nullptr, kInvalid, "Invalid channel number.\n"));
+    rows.push_back(probe("out size 0", 0x0E, 0, true, true, nullptr, RMCPP_ERR_BUFFER, "Insufficient buffer size.\n"));
+    rows.push_back(probe("out size 7", 0x0E, 7, true, true, nullptr, RMCPP_ERR_BUFFER, "Insufficient buffer size.\n"));
+    rows.push_back(probe("port option 2", 0x0E, kSize, true, true,
+                         [](IPMI_SessionParam &p, RMCPP_SessionOptions &) { p.port_option = 2; }, kInvalid,
+                         "Invalid port option.\n"));
+    rows.push_back(probe("odd slave address", 0x0E, kSize, true, true,
+                         [](IPMI_SessionParam &p, RMCPP_SessionOptions &) { p.slave_address = 0x21; }, kInvalid,
+                         "Invalid Slave Address connected to.\n"));
+    rows.push_back(probe("LUN 4", 0x0E, kSize, true, true,
+                         [](IPMI_SessionParam &p, RMCPP_SessionOptions &) { p.lun = 4; }, kInvalid,
+                         "Invalid LUN connected to.\n"));
+    rows.push_back(probe("retry count 0", 0x0E, kSize, true, true,
+                         [](IPMI_SessionParam &p, RMCPP_SessionOptions &) { p.retry_count = 0; }, kInvalid,
+                         "Invalid retry number = 0.\n"));
+    rows.push_back(probe("timeout 0", 0x0E, kSize, true, true,
+                         [](IPMI_SessionParam &p, RMCPP_SessionOptions &) { p.timeout_sec = 0; }, kInvalid,
+                         "Invalid timeout = 0.\n"));
+    rows.push_back(probe("options size 2", 0x0E, kSize, true, true,
+                         [](IPMI_SessionParam &, RMCPP_SessionOptions &o) { o.size = 2; }, kInvalid,
+                         "Invalid size of session options.\n"));
+    rows.push_back(probe("unknown flag", 0x0E, kSize, true, true,
+                         [](IPMI_SessionParam &, RMCPP_SessionOptions &o) { o.flags = 0x80000000u; }, kInvalid,
+                         "Unknown flag in session options.\n"));
+    rows.push_back(probe("empty host", 0x0E, kSize, true, true,
+                         [](IPMI_SessionParam &, RMCPP_SessionOptions &o) { o.host = ""; }, kInvalid,
+                         "Empty host name.\n"));
+}
+
 void setup_rows(std::vector<Probe> &rows)
 {
     rows.push_back({"IPMI_SetupSession", "param null", [] { return Outcome{IPMI_SetupSession(nullptr), true}; },
@@ -341,6 +401,8 @@ void setup_rows(std::vector<Probe> &rows)
                                 "Invalid random source in session options.\n"));
     rows.push_back(with_options("empty host", [](IPMI_SessionParam &, RMCPP_SessionOptions &o) { o.host = ""; },
                                 "Empty host name.\n"));
+
+    cipher_suites_rows(rows);
 
     // Only the low 8 bits of the value are kept.
     rows.push_back({"IPMI_SetupConnectSA", "value UINT_MAX",
