@@ -18,14 +18,15 @@
 namespace testkit {
 namespace {
 
-// /proc/net/udp shows a listening socket as "0A00007F:026F" for
-// 127.0.0.10:623: the address as the host reads the network-order word.
+// /proc/net/udp shows a listening socket as "0A00007F:026F" for 127.0.0.10:623.
 std::string proc_net_address(const std::string &address)
 {
     in_addr a{};
-    inet_aton(address.c_str(), &a);
+    if (inet_pton(AF_INET, address.c_str(), &a) != 1) throw std::runtime_error("not an IPv4 address: " + address);
+    const uint32_t host = ntohl(a.s_addr);
     char text[32];
-    std::snprintf(text, sizeof text, "%08X:026F", a.s_addr);
+    std::snprintf(text, sizeof text, "%02X%02X%02X%02X:026F", host & 0xFF, (host >> 8) & 0xFF, (host >> 16) & 0xFF,
+                  host >> 24);
     return text;
 }
 
@@ -65,10 +66,7 @@ IpmiSimPeer::IpmiSimPeer(const std::string &address, std::vector<IpmiSimUser> us
     mkdir(state.c_str(), 0700);
 
     std::ofstream conf(dir_ + "/lan.conf");
-    std::string name = "rmcpp" + address;
-    for (char &c : name)
-        if (c == '.') c = '-';
-    conf << "name \"" << name << "\"\n"
+    conf << "name \"rmcpp" << address.substr(address.rfind('.') + 1) << "\"\n"
          << "set_working_mc 0x20\n"
          << "  startlan 1\n"
          << "    addr " << address << " 623\n"

@@ -23,7 +23,7 @@ public:
     // Starts ipmi_sim listening on 127.0.0.`last`:623; throws when it
     // cannot be started or does not listen within a few seconds.
     IpmiSimPeer(uint8_t last, std::vector<IpmiSimUser> users, bool per_message_auth = true);
-    // The same on any IPv4 loopback address ("127.0.3.5").
+    // The same on any IPv4 loopback address, "127.0.5.3".
     IpmiSimPeer(const std::string &address, std::vector<IpmiSimUser> users, bool per_message_auth = true);
     ~IpmiSimPeer();
     IpmiSimPeer(const IpmiSimPeer &) = delete;
