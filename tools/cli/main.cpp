@@ -175,7 +175,8 @@ int choose_suite(const Options &o, int &suite)
     list.size = sizeof list;
     const int r = rmcpp_get_channel_cipher_suites(&p, &so, 0x0E, &list);
     if (unreachable(r)) return r;
-    if (r != 0) return 0;
+    // A list longer than the record holds still counts the suites that fit.
+    if (r != 0 && !(r == RMCPP_ERR_BUFFER && list.count > 0)) return 0;
     const uint32_t count = std::min<uint32_t>(list.count, RMCPP_MAX_CIPHER_SUITES);
     bool offers_17 = false;
     for (uint32_t i = 0; i < count; ++i) offers_17 = offers_17 || list.suites[i].id == 17;
