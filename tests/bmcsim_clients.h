@@ -55,6 +55,19 @@ inline std::string field(const std::string &output, const std::string &label)
     return {};
 }
 
+// The bytes after "rcvd:" in FreeIPMI ipmi-raw's output (command,
+// completion code, data); empty when there is no such line.
+inline std::vector<int> ipmi_raw_received(const std::string &output)
+{
+    std::vector<int> bytes;
+    size_t at = output.find("rcvd:");
+    if (at == std::string::npos) return bytes;
+    std::istringstream in(output.substr(at + 5, output.find('\n', at) - at - 5));
+    std::string word;
+    while (in >> word) bytes.push_back(std::stoi(word, nullptr, 16));
+    return bytes;
+}
+
 // Lines of the simulator program's output that contain `text`.
 inline size_t count_lines(const bmcsim::ChildProcess &sim, const std::string &text)
 {

@@ -104,6 +104,7 @@ Bytes bytes(const std::array<uint8_t, N> &a)
 {
     return Bytes(a.begin(), a.end());
 }
+inline Bytes bytes(const Bytes &a) { return a; }
 
 inline Bytes text(const std::string &s) { return Bytes(s.begin(), s.end()); }
 

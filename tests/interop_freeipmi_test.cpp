@@ -31,18 +31,7 @@ std::vector<std::string> simulator(const std::string &address)
             "--chassis", "policy=previous,overload,last-event=0x01,misc=0x01"};
 }
 
-// The bytes after "rcvd:" in ipmi-raw's output (command, completion code, data).
-std::vector<int> received(const std::string &output)
-{
-    std::vector<int> bytes;
-    size_t at = output.find("rcvd:");
-    if (at == std::string::npos) return bytes;
-    std::istringstream in(output.substr(at + 5, output.find('\n', at) - at - 5));
-    std::string word;
-    while (in >> word) bytes.push_back(std::stoi(word, nullptr, 16));
-    return bytes;
-}
-
+std::vector<int> received(const std::string &output) { return simtest::ipmi_raw_received(output); }
 std::vector<int> received(const testkit::ProgramResult &r) { return received(output(r)); }
 
 class FreeIpmi : public ::testing::TestWithParam<int> {
@@ -125,14 +114,20 @@ TEST_P(FreeIpmi, GetChassisStatusAnswersTheConfiguredState)
     EXPECT_EQ(received(output(r)), (std::vector<int>{0x01, 0x00, 0x22, 0x01, 0x01, 0x00})) << output(r);
 }
 
-TEST_P(FreeIpmi, GetChannelCipherSuitesListsSuites0To3)
+TEST_P(FreeIpmi, GetChannelCipherSuitesListsSuites0To3And15To17)
 {
+    // Five bytes a suite (C0, ID, authentication, integrity, confidentiality),
+    // sixteen to an answer.
     auto first = raw(*sim_, kAddress, {"0", "6", "54", "0E", "00", "80"});
     EXPECT_EQ(received(output(first)), (std::vector<int>{0x54, 0x00, 0x01, 0xC0, 0x00, 0x00, 0x40, 0x80, 0xC0, 0x01,
                                                         0x01, 0x40, 0x80, 0xC0, 0x02, 0x01, 0x41, 0x80, 0xC0}))
         << output(first);
-    auto rest = raw(*sim_, kAddress, {"0", "6", "54", "0E", "00", "81"});
-    EXPECT_EQ(received(output(rest)), (std::vector<int>{0x54, 0x00, 0x01, 0x03, 0x01, 0x41, 0x81})) << output(rest);
+    auto second = raw(*sim_, kAddress, {"0", "6", "54", "0E", "00", "81"});
+    EXPECT_EQ(received(output(second)), (std::vector<int>{0x54, 0x00, 0x01, 0x03, 0x01, 0x41, 0x81, 0xC0, 0x0F, 0x03,
+                                                         0x40, 0x80, 0xC0, 0x10, 0x03, 0x44, 0x80, 0xC0, 0x11}))
+        << output(second);
+    auto rest = raw(*sim_, kAddress, {"0", "6", "54", "0E", "00", "82"});
+    EXPECT_EQ(received(output(rest)), (std::vector<int>{0x54, 0x00, 0x01, 0x03, 0x44, 0x81})) << output(rest);
 }
 
 TEST_P(FreeIpmi, GetSessionInfoShowsTheSessionAtTheLevelItAskedFor)

@@ -4,7 +4,7 @@
 # file of its corpus once, and CTest runs that replay (label fuzz).
 set(RMCPP_FUZZ_PARSERS
   pong auth_capa open_session rakp2 rakp4 session_packet ipmi_resp_head aes_pad_decrypt bmcsim bmcsim_config
-  cli_decode)
+  cli_decode channel_ciphers)
 set(RMCPP_FUZZ_DIR ${CMAKE_CURRENT_SOURCE_DIR}/fuzz)
 
 # The targets reach internal checks too, so they link the library's sources

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -59,6 +60,18 @@ std::string where(uint32_t address, uint16_t port)
            std::to_string(port);
 }
 
+// A few words on what a datagram is, for the relay's log.
+std::string what(const Datagram &b)
+{
+    if (b.size() < 4) return "runt";
+    if (b[3] == 0x06) return "ASF";
+    if (b[3] != 0x07 || b.size() < 6) return "class " + std::to_string(b[3]);
+    if (b[4] == 0x00) return "IPMI v1.5";
+    char text[32];
+    std::snprintf(text, sizeof text, "RMCP+ payload 0x%02X", b[5]);
+    return text;
+}
+
 }  // namespace
 
 struct LossyRelay::Impl {
@@ -97,8 +110,10 @@ struct LossyRelay::Impl {
     void forward(Direction &d, Datagram b)
     {
         const double x = std::uniform_real_distribution<double>(0.0, 1.0)(rng);
+        const std::string kind = keeping_log.load() ? std::to_string(b.size()) + " bytes " + what(b) : std::string();
         RelayCounts step;
         step.received = 1;
+        size_t corrupted_at = 0;
         if (x < rate) {
             step.dropped = 1;  // anything held stays held
         } else if (x < 2 * rate) {
@@ -114,6 +129,7 @@ struct LossyRelay::Impl {
         } else if (x < 4 * rate && !b.empty()) {
             const size_t at = std::uniform_int_distribution<size_t>(0, b.size() - 1)(rng);
             b[at] ^= static_cast<uint8_t>(std::uniform_int_distribution<int>(1, 255)(rng));
+            corrupted_at = at;
             send(d, b);
             release(d);
             step.corrupted = 1;
@@ -124,6 +140,15 @@ struct LossyRelay::Impl {
         }
         const std::lock_guard<std::mutex> hold(mu);
         counts += step;
+        if (keeping_log.load()) {
+            const std::string done = step.dropped      ? "dropped"
+                                     : step.duplicated ? "duplicated"
+                                     : step.reordered  ? "held back"
+                                     : step.corrupted  ? "byte " + std::to_string(corrupted_at) + " corrupted"
+                                                       : "passed";
+            const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - started).count();
+            lines.push_back(std::to_string(ms) + " ms " + (d.upward ? "up   " : "down ") + kind + ": " + done);
+        }
     }
 
     int poll_timeout_ms() const
@@ -176,6 +201,9 @@ struct LossyRelay::Impl {
 
     mutable std::mutex mu;
     RelayCounts counts;
+    std::atomic<bool> keeping_log{false};
+    std::vector<std::string> lines;
+    const Clock::time_point started = Clock::now();
     std::atomic<bool> quit{false};
     std::thread thread;
 };
@@ -207,6 +235,17 @@ RelayCounts LossyRelay::counts() const
 {
     const std::lock_guard<std::mutex> hold(impl_->mu);
     return impl_->counts;
+}
+
+void LossyRelay::keep_log()
+{
+    impl_->keeping_log = true;
+}
+
+std::vector<std::string> LossyRelay::log() const
+{
+    const std::lock_guard<std::mutex> hold(impl_->mu);
+    return impl_->lines;
 }
 
 }  // namespace testkit

@@ -9,6 +9,8 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
+#include <vector>
 
 namespace testkit {
 
@@ -39,6 +41,11 @@ public:
     LossyRelay &operator=(const LossyRelay &) = delete;
 
     RelayCounts counts() const;
+
+    // From now on, keep one line per datagram: milliseconds since the relay
+    // started, direction, size, what the datagram is and what was done to it.
+    void keep_log();
+    std::vector<std::string> log() const;
 
     // A datagram held back for reordering goes out after the next datagram in
     // its direction, or once it has been held this long (longer than the

@@ -1,6 +1,6 @@
 // bmcsim: the managed-system side of IPMI v2.0 over LAN, for tests.
 //
-// A Simulator listens on one UDP address (or several) and answers as a baseboard
+// A Simulator listens on one UDP address (or several, IPv4 or IPv6) and answers as a baseboard
 // management controller would: the ASF presence ping, Get Channel
 // Authentication Capabilities over an unauthenticated IPMI v1.5 session,
 // Open Session, RAKP 1 to 4, and RMCP+ session packets carrying IPMI
@@ -8,6 +8,7 @@
 // stray datagrams or made wrong in one chosen field, so tests can drive the
 // console side through each of its rejection paths. It computes its keys
 // and codes itself with OpenSSL, independently of the library it checks.
+// Cipher suites 0 to 3 (HMAC-SHA1) and 15 to 17 (HMAC-SHA256) are served.
 #pragma once
 
 #include <sys/types.h>
@@ -74,6 +75,9 @@ enum class PongFault {
 };
 
 struct PingBehaviour {
+    // false: pings are taken and logged but never answered, as many BMCs
+    // (OpenBMC, virtual ones) behave; everything else is served as usual.
+    bool pong = true;
     Reply reply;
     PongFault fault = PongFault::None;
     int index = 0;
@@ -234,10 +238,12 @@ struct ChassisState {
 };
 
 struct Config {
+    // IPv4 ("127.0.0.5") or IPv6 ("::1", "fe80::1%eth0"; brackets allowed).
     std::string address = "127.0.0.1";
     uint16_t port = 623;
     // Further addresses served by the same simulator (same port, sessions
-    // and chassis); each answer leaves from the address its request came to.
+    // and chassis), of either family; each answer leaves from the address
+    // its request came to.
     std::vector<std::string> extra_addresses;
 
     PingBehaviour ping;
@@ -247,7 +253,8 @@ struct Config {
     Bytes kg;                                   // BMC key; all zero or empty: not set
     std::array<uint8_t, 16> guid{0xA1, 0xB2, 0xC3, 0xD4, 0x10, 0x20, 0x30, 0x40,
                                  0x50, 0x60, 0x70, 0x80, 0x90, 0xA0, 0xB0, 0xC0};
-    std::vector<int> cipher_suites{0, 1, 2, 3};  // suites accepted in Open Session
+    // Suites accepted in Open Session and listed by Get Channel Cipher Suites.
+    std::vector<int> cipher_suites{0, 1, 2, 3, 15, 16, 17};
     uint8_t channel_max_privilege = 4;          // granted when 0 is asked
     int max_sessions = 16;
     // A session still being established that has had no request for this
@@ -262,16 +269,20 @@ struct Config {
 
     SessionBehaviour session;
 
-    // Key mode. false: the integrity code is keyed with the SIK itself and
-    // K2 = HMAC-SHA1(SIK, sixty-four 0x02 bytes), as this library does.
-    // true: IPMI v2.0 to the letter: K1 = HMAC-SHA1(SIK, twenty 0x01 bytes)
-    // keys the integrity code, K2 = HMAC-SHA1(SIK, twenty 0x02 bytes).
-    // RAKP 4 is made with the SIK in both modes.
+    // Key mode of suites 0 to 3. false: the integrity code is keyed with the
+    // SIK itself and K2 = HMAC-SHA1(SIK, sixty-four 0x02 bytes), as this
+    // library does. true: IPMI v2.0 to the letter: K1 = HMAC-SHA1(SIK,
+    // twenty 0x01 bytes) keys the integrity code, K2 = HMAC-SHA1(SIK, twenty
+    // 0x02 bytes). Suites 15 to 17 always take the IPMI v2.0 keys, made with
+    // HMAC-SHA256. RAKP 4 is made with the SIK in both modes.
     bool standard_keys = false;
 
     DeviceIdentity device;
     ChassisState chassis;
 };
+
+// The cipher suites the simulator can serve: 0, 1, 2, 3, 15, 16, 17.
+const std::vector<int> &supported_cipher_suites();
 
 // ------------------------------------------------------------------ stats
 
@@ -302,9 +313,11 @@ struct SessionInfo {
     uint8_t role = 0;
     std::string user_name;
     std::array<uint8_t, 16> rm{}, rc{};
-    std::array<uint8_t, 20> sik{}, k2{};
+    // 20 bytes under RAKP-none and RAKP-HMAC-SHA1, 32 under RAKP-HMAC-SHA256;
+    // K2 is all zero without a confidentiality algorithm.
+    std::vector<uint8_t> sik, k2;
     // The integrity code's key: K1 under standard keys, else the SIK itself.
-    std::array<uint8_t, 20> k1{};
+    std::vector<uint8_t> k1;
     bool standard_keys = false;   // the key mode the session was established in
     uint8_t privilege = 0;        // operating privilege (Set Session Privilege Level)
     uint8_t handle = 0;           // session handle (Get Session Info)

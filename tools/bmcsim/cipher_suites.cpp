@@ -17,19 +17,33 @@ constexpr uint8_t kGetChannelCipherSuites = 0x54;
 constexpr uint8_t kGetSystemGuid = 0x37;
 constexpr uint8_t kThisChannel = 0x0E;
 
-// Algorithms of suites 0 to 3: authentication, integrity, confidentiality.
-constexpr std::array<std::array<uint8_t, 3>, 4> kSuites{{{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {1, 1, 1}}};
+// The suites served, with their authentication, integrity and
+// confidentiality algorithms.
+struct Suite {
+    int id;
+    std::array<uint8_t, 3> algorithms;
+};
+constexpr std::array<Suite, 7> kSuites{{
+    {0, {kRakpNone, kIntegrityNone, kConfidentialityNone}},
+    {1, {kRakpHmacSha1, kIntegrityNone, kConfidentialityNone}},
+    {2, {kRakpHmacSha1, kHmacSha1_96, kConfidentialityNone}},
+    {3, {kRakpHmacSha1, kHmacSha1_96, kAesCbc128}},
+    {15, {kRakpHmacSha256, kIntegrityNone, kConfidentialityNone}},
+    {16, {kRakpHmacSha256, kHmacSha256_128, kConfidentialityNone}},
+    {17, {kRakpHmacSha256, kHmacSha256_128, kAesCbc128}},
+}};
 
 // Algorithm numbers in the records carry a tag in bits 7:6.
 constexpr uint8_t kIntegrityTag = 0x40;
 constexpr uint8_t kConfidentialityTag = 0x80;
 constexpr uint8_t kStandardRecord = 0xC0;
 
-std::vector<int> accepted_suites(const Config &c)
+// In the order of kSuites, whatever the order of the configuration.
+std::vector<Suite> accepted_suites(const Config &c)
 {
-    std::vector<int> v;
-    for (int s = 0; s < static_cast<int>(kSuites.size()); ++s)
-        if (std::find(c.cipher_suites.begin(), c.cipher_suites.end(), s) != c.cipher_suites.end()) v.push_back(s);
+    std::vector<Suite> v;
+    for (const Suite &s : kSuites)
+        if (std::find(c.cipher_suites.begin(), c.cipher_suites.end(), s.id) != c.cipher_suites.end()) v.push_back(s);
     return v;
 }
 
@@ -37,9 +51,9 @@ std::vector<int> accepted_suites(const Config &c)
 Bytes records_by_suite(const Config &c)
 {
     Bytes r;
-    for (int s : accepted_suites(c)) {
-        const auto &a = kSuites[static_cast<size_t>(s)];
-        r.insert(r.end(), {kStandardRecord, static_cast<uint8_t>(s), a[0],
+    for (const Suite &s : accepted_suites(c)) {
+        const auto &a = s.algorithms;
+        r.insert(r.end(), {kStandardRecord, static_cast<uint8_t>(s.id), a[0],
                            static_cast<uint8_t>(kIntegrityTag | a[1]),
                            static_cast<uint8_t>(kConfidentialityTag | a[2])});
     }
@@ -52,8 +66,8 @@ Bytes records_by_algorithm(const Config &c)
     Bytes r;
     for (uint8_t tag : {uint8_t{0}, kIntegrityTag, kConfidentialityTag}) {
         size_t kind = tag == 0 ? 0 : tag == kIntegrityTag ? 1 : 2;
-        for (int s : accepted_suites(c)) {
-            uint8_t v = static_cast<uint8_t>(tag | kSuites[static_cast<size_t>(s)][kind]);
+        for (const Suite &s : accepted_suites(c)) {
+            uint8_t v = static_cast<uint8_t>(tag | s.algorithms[kind]);
             if (std::find(r.begin(), r.end(), v) == r.end()) r.push_back(v);
         }
     }
@@ -64,10 +78,12 @@ Bytes records_by_algorithm(const Config &c)
 
 int suite_of(uint8_t auth, uint8_t integrity, uint8_t confidentiality)
 {
-    for (size_t s = 0; s < kSuites.size(); ++s)
-        if (kSuites[s] == std::array<uint8_t, 3>{auth, integrity, confidentiality}) return static_cast<int>(s);
+    for (const Suite &s : kSuites)
+        if (s.algorithms == std::array<uint8_t, 3>{auth, integrity, confidentiality}) return s.id;
     return -1;
 }
+
+Hash auth_hash(uint8_t auth_alg) { return auth_alg == kRakpHmacSha256 ? Hash::Sha256 : Hash::Sha1; }
 
 std::pair<uint8_t, Bytes> channel_cipher_suites(const Config &c, const Bytes &request)
 {
@@ -116,3 +132,17 @@ void Engine::sessionless(const Bytes &d, const Config &c, Outcome &o)
 }
 
 }  // namespace bmcsim::detail
+
+namespace bmcsim {
+
+const std::vector<int> &supported_cipher_suites()
+{
+    static const std::vector<int> ids = [] {
+        std::vector<int> v;
+        for (const auto &s : detail::kSuites) v.push_back(s.id);
+        return v;
+    }();
+    return ids;
+}
+
+}  // namespace bmcsim

@@ -173,9 +173,15 @@ void Engine::session_info(const Session &s, const IpmiRequest &rq, const Config 
         d.push_back(found->user_id & 0x3F);
         d.push_back(found->privilege & 0x0F);
         d.push_back(static_cast<uint8_t>(0x10 | (c.capabilities.channel & 0x0F)));  // IPMI v2.0 / RMCP+
-        Bytes address(12);
+        // The console's address (IPv4 in 4 bytes, IPv6 in 16, most
+        // significant first), its MAC address and its port (least
+        // significant first).
+        const Address &ip = found->peer.ip;
+        Bytes address(ip.is_v4() ? 12 : 24);
         rmcpp::wire::Writer w(address.data(), address.size());
-        w.u32be(found->peer.ip).fill(0, 6).u16le(found->peer.port);  // no MAC address to give
+        if (ip.is_v4()) w.u32be(ip.v4());
+        else w.bytes(ip.bytes.data(), ip.bytes.size());
+        w.fill(0, 6).u16le(found->peer.port);  // no MAC address to give
         d.insert(d.end(), address.begin(), address.end());
     }
     r.response = response_to(rq, kOk, d);

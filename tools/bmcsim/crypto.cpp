@@ -8,15 +8,17 @@
 
 namespace bmcsim::detail {
 
-Digest hmac_sha1(const uint8_t *key, size_t key_length, const uint8_t *data, size_t length)
+size_t digest_length(Hash hash) { return hash == Hash::Sha256 ? 32 : 20; }
+
+std::vector<uint8_t> hmac(Hash hash, const uint8_t *key, size_t key_length, const uint8_t *data, size_t length)
 {
     static const uint8_t empty = 0;
-    Digest out{};
+    std::vector<uint8_t> out(digest_length(hash));
     unsigned int out_length = 0;
-    if (!HMAC(EVP_sha1(), key_length ? key : &empty, static_cast<int>(key_length),
-              length ? data : &empty, length, out.data(), &out_length) ||
+    if (!HMAC(hash == Hash::Sha256 ? EVP_sha256() : EVP_sha1(), key_length ? key : &empty,
+              static_cast<int>(key_length), length ? data : &empty, length, out.data(), &out_length) ||
         out_length != out.size())
-        throw std::runtime_error("HMAC-SHA1 failed");
+        throw std::runtime_error(hash == Hash::Sha256 ? "HMAC-SHA256 failed" : "HMAC-SHA1 failed");
     return out;
 }
 

@@ -1,20 +1,24 @@
-// The simulator's own crypto, straight on OpenSSL: HMAC-SHA1 and
-// AES-128-CBC without padding.
+// The simulator's own crypto, straight on OpenSSL: HMAC-SHA1, HMAC-SHA256
+// and AES-128-CBC without padding.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
 namespace bmcsim::detail {
 
-using Digest = std::array<uint8_t, 20>;
+// The hash under an HMAC: SHA-1 (RAKP-HMAC-SHA1, HMAC-SHA1-96) or SHA-256
+// (RAKP-HMAC-SHA256, HMAC-SHA256-128).
+enum class Hash { Sha1, Sha256 };
 
-Digest hmac_sha1(const uint8_t *key, size_t key_length, const uint8_t *data, size_t length);
-inline Digest hmac_sha1(const std::vector<uint8_t> &key, const std::vector<uint8_t> &data)
+// 20 for SHA-1, 32 for SHA-256.
+size_t digest_length(Hash hash);
+
+std::vector<uint8_t> hmac(Hash hash, const uint8_t *key, size_t key_length, const uint8_t *data, size_t length);
+inline std::vector<uint8_t> hmac(Hash hash, const std::vector<uint8_t> &key, const std::vector<uint8_t> &data)
 {
-    return hmac_sha1(key.data(), key.size(), data.data(), data.size());
+    return hmac(hash, key.data(), key.size(), data.data(), data.size());
 }
 
 // Transforms `data` (a whole number of 16-byte blocks) in place.

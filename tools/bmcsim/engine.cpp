@@ -1,5 +1,8 @@
 #include "engine.h"
 
+#include <arpa/inet.h>
+#include <net/if.h>
+
 #include <algorithm>
 #include <cstdio>
 
@@ -82,6 +85,41 @@ Bytes stray(StrayKind kind, const Bytes &answer)
 }
 
 }  // namespace
+
+Address Address::v4(uint32_t ip)
+{
+    Address a;
+    for (int i = 0; i < 4; ++i) a.bytes[12 + static_cast<size_t>(i)] = static_cast<uint8_t>(ip >> (24 - 8 * i));
+    return a;
+}
+
+bool Address::is_v4() const
+{
+    static constexpr std::array<uint8_t, 12> kMapped{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
+    return std::equal(kMapped.begin(), kMapped.end(), bytes.begin());
+}
+
+uint32_t Address::v4() const
+{
+    return (static_cast<uint32_t>(bytes[12]) << 24) | (static_cast<uint32_t>(bytes[13]) << 16) |
+           (static_cast<uint32_t>(bytes[14]) << 8) | bytes[15];
+}
+
+std::string Address::text() const
+{
+    char buf[INET6_ADDRSTRLEN] = "";
+    if (is_v4()) {
+        ::inet_ntop(AF_INET, bytes.data() + 12, buf, sizeof buf);
+        return buf;
+    }
+    ::inet_ntop(AF_INET6, bytes.data(), buf, sizeof buf);
+    std::string t = buf;
+    if (scope != 0) {
+        char name[IF_NAMESIZE] = "";
+        t += "%" + std::string(::if_indextoname(scope, name) ? name : std::to_string(scope).c_str());
+    }
+    return t;
+}
 
 std::string hex(const uint8_t *p, size_t n)
 {

@@ -9,20 +9,53 @@
 #include <string>
 
 #include "bmcsim.h"
+#include "crypto.h"
 #include "ipmi.h"
 
 namespace bmcsim::detail {
+
+// Algorithm numbers proposed in Open Session.
+enum : uint8_t {
+    kRakpNone = 0,
+    kRakpHmacSha1 = 1,
+    kRakpHmacSha256 = 3,
+    kIntegrityNone = 0,
+    kHmacSha1_96 = 1,
+    kHmacSha256_128 = 4,
+    kConfidentialityNone = 0,
+    kAesCbc128 = 1,
+};
 
 struct Outgoing {
     int delay_ms = 0;
     Bytes bytes;
 };
 
+// An IP address of either family. IPv4 addresses are held IPv4-mapped
+// (::ffff:a.b.c.d), so one comparison serves both; the default is 0.0.0.0.
+struct Address {
+    std::array<uint8_t, 16> bytes{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, 0, 0, 0, 0};
+    uint32_t scope = 0;  // interface of an IPv6 link-local address
+
+    static Address v4(uint32_t ip);  // ip in host order
+    bool is_v4() const;
+    uint32_t v4() const;             // host order; meaningful when is_v4()
+    // "127.0.0.5" or "::1" ("fe80::1%2" with a scope).
+    std::string text() const;
+
+    bool operator==(const Address &) const = default;
+};
+
 // Where a request came from, and the simulator's address it was sent to.
 struct Peer {
-    uint32_t ip = 0;  // host order
+    Address ip;
     uint16_t port = 0;
-    uint32_t local_ip = 0;  // host order
+    Address local_ip;
+
+    Peer() = default;
+    Peer(Address ip_, uint16_t port_, Address local) : ip(ip_), port(port_), local_ip(local) {}
+    // IPv4 addresses in host order.
+    Peer(uint32_t ip_, uint16_t port_, uint32_t local) : Peer(Address::v4(ip_), port_, Address::v4(local)) {}
 
     bool operator==(const Peer &) const = default;
 };
@@ -43,8 +76,10 @@ struct Session {
     std::string user_name;
     Bytes password;             // zero-padded to 20
     std::array<uint8_t, 16> rm{}, rc{};
-    std::array<uint8_t, 20> sik{}, k2{};
-    std::array<uint8_t, 20> k1{};  // standard keys: K1; else a copy of the SIK
+    // As long as the authentication algorithm's HMAC: 20 bytes (SHA-1) or
+    // 32 (SHA-256). K2 is all zero without a confidentiality algorithm.
+    Bytes sik, k2;
+    Bytes k1;  // standard keys: K1; else a copy of the SIK
     bool standard_keys = false;
     uint8_t privilege = 0;      // operating privilege level
     uint8_t handle = 0;         // session handle
@@ -54,7 +89,7 @@ struct Session {
     Clock::time_point last_request{};  // of the establishment
 
     // The key of the integrity code in both directions.
-    const std::array<uint8_t, 20> &integrity_key() const { return k1; }
+    const Bytes &integrity_key() const { return k1; }
 
     // Inbound windows: highest accepted number and the 32 numbers below it.
     struct Window {
@@ -151,8 +186,10 @@ std::string hex32(uint32_t v);
 std::string privilege_name(uint8_t level);
 // Words for an RMCP+ status code the managed system returns.
 std::string status_text(uint8_t status);
-// Cipher suite number of an algorithm triple (0..3), or -1.
+// Cipher suite number of an algorithm triple (0..3, 15..17), or -1.
 int suite_of(uint8_t auth, uint8_t integrity, uint8_t confidentiality);
+// The HMAC of an authentication algorithm: 1 RAKP-HMAC-SHA1, 3 RAKP-HMAC-SHA256.
+Hash auth_hash(uint8_t auth_alg);
 // The Get Channel Cipher Suites answer: completion code and data.
 std::pair<uint8_t, Bytes> channel_cipher_suites(const Config &c, const Bytes &request);
 

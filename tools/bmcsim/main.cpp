@@ -2,6 +2,7 @@
 // standard output and stops on SIGINT or SIGTERM.
 #include <signal.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -25,22 +26,28 @@ const char *kUsage = R"(usage: rmcpp-bmcsim [options]
 
 A simulated IPMI v2.0 baseboard management controller on UDP.
 
-  --address A[,B...] IPv4 address(es) to listen on (default 127.0.0.1);
+  --address A[,B...] IPv4 or IPv6 address(es) to listen on (default
+                     127.0.0.1), e.g. 127.0.0.5,::1 ("[::1]" also taken);
                      repeat the option or give a list: one process serves
                      them all, with the same users, sessions and chassis
   --port N           UDP port (default 623)
   --config FILE      read options from FILE: one per line, written without
                      the leading "--" ("user admin:secret:4"); '#' starts a comment
-  --standard-keys    key the integrity code with K1 = HMAC-SHA1(SIK, 20 x 01)
-                     and make K2 = HMAC-SHA1(SIK, 20 x 02), as IPMI v2.0 says;
-                     by default the SIK itself keys the integrity code and
-                     K2 = HMAC-SHA1(SIK, 64 x 02), as this library does
+  --standard-keys    suites 1 to 3: key the integrity code with
+                     K1 = HMAC-SHA1(SIK, 20 x 01) and make
+                     K2 = HMAC-SHA1(SIK, 20 x 02), as IPMI v2.0 says; by
+                     default the SIK itself keys the integrity code and
+                     K2 = HMAC-SHA1(SIK, 64 x 02), as this library does.
+                     Suites 15 to 17 always use K1 = HMAC-SHA256(SIK, 20 x 01)
+                     and K2 = HMAC-SHA256(SIK, 20 x 02)
   --user NAME:PASSWORD[:PRIVILEGE[:disabled]]
                      add a user (repeatable; an empty NAME is the anonymous
                      user; PRIVILEGE 1..5, default 4)
   --kg HEX           the BMC key Kg (up to 20 bytes)
   --guid HEX         the 16-byte managed system GUID
-  --suites LIST      cipher suites accepted, e.g. 0,1,2,3 (default)
+  --suites LIST      cipher suites accepted and listed, from 0, 1, 2, 3
+                     (HMAC-SHA1) and 15, 16, 17 (HMAC-SHA256); default all
+  --no-pong          do not answer ASF presence pings (as many BMCs do)
   --max-privilege N  privilege granted when Open Session asks for 0 (default 4)
   --max-sessions N   sessions at once (default 16)
   --establishment-timeout MS
@@ -351,6 +358,18 @@ std::pair<uint8_t, uint8_t> revision(const std::string &text, const char *what, 
     return {static_cast<uint8_t>(number(major, what)), static_cast<uint8_t>(std::stoul(minor, nullptr, 16))};
 }
 
+void parse_suites(Config &c, const std::string &list)
+{
+    const std::vector<int> &supported = supported_cipher_suites();
+    c.cipher_suites.clear();
+    for (const auto &s : split(list, ',')) {
+        int suite = static_cast<int>(number(s, "suite"));
+        if (std::find(supported.begin(), supported.end(), suite) == supported.end())
+            throw Usage("cipher suite " + s + " is not served (0, 1, 2, 3, 15, 16 and 17 are)");
+        c.cipher_suites.push_back(suite);
+    }
+}
+
 bool address_given = false;  // the first --address replaces the default
 
 void add_addresses(Config &c, const std::string &list)
@@ -412,7 +431,7 @@ void read_config(Config &c, const std::string &path, bool &help)
 bool takes_value(const std::string &option)
 {
     return option != "--help" && option != "--lenient-window" && option != "--any-protection" &&
-           option != "--standard-keys";
+           option != "--standard-keys" && option != "--no-pong";
 }
 
 void apply(Config &c, const std::string &option, const std::string &value, bool &help)
@@ -421,6 +440,7 @@ void apply(Config &c, const std::string &option, const std::string &value, bool 
     else if (option == "--lenient-window") c.session.strict_inbound_window = false;
     else if (option == "--any-protection") c.session.require_negotiated_protection = false;
     else if (option == "--standard-keys") c.standard_keys = true;
+    else if (option == "--no-pong") c.ping.pong = false;
     else if (option == "--address") add_addresses(c, value);
     else if (option == "--port") c.port = static_cast<uint16_t>(number(value, "port"));
     else if (option == "--config") read_config(c, value, help);
@@ -430,10 +450,8 @@ void apply(Config &c, const std::string &option, const std::string &value, bool 
         Bytes g = hex_bytes(value, 16, "guid");
         if (g.size() != 16) throw Usage("--guid wants 16 bytes");
         std::copy(g.begin(), g.end(), c.guid.begin());
-    } else if (option == "--suites") {
-        c.cipher_suites.clear();
-        for (const auto &s : split(value, ',')) c.cipher_suites.push_back(static_cast<int>(number(s, "suite")));
-    } else if (option == "--max-privilege") c.channel_max_privilege = static_cast<uint8_t>(number(value, "max-privilege"));
+    } else if (option == "--suites") parse_suites(c, value);
+    else if (option == "--max-privilege") c.channel_max_privilege = static_cast<uint8_t>(number(value, "max-privilege"));
     else if (option == "--max-sessions") c.max_sessions = static_cast<int>(number(value, "max-sessions"));
     else if (option == "--establishment-timeout")
         c.establishment_timeout_ms = static_cast<int>(number(value, "establishment-timeout"));

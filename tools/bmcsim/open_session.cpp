@@ -38,9 +38,11 @@ uint8_t judge(const Proposal &p, const Config &c)
 {
     if (!p.records_ok) return kIllegalParameter;
     if (p.privilege > 5) return kInvalidRole;
-    if (p.auth > 1) return kInvalidAuthAlgorithm;
-    if (p.integrity > 1) return kInvalidIntegrityAlgorithm;
-    if (p.confidentiality > 1) return kInvalidConfidentialityAlgorithm;
+    if (p.auth != kRakpNone && p.auth != kRakpHmacSha1 && p.auth != kRakpHmacSha256) return kInvalidAuthAlgorithm;
+    if (p.integrity != kIntegrityNone && p.integrity != kHmacSha1_96 && p.integrity != kHmacSha256_128)
+        return kInvalidIntegrityAlgorithm;
+    if (p.confidentiality != kConfidentialityNone && p.confidentiality != kAesCbc128)
+        return kInvalidConfidentialityAlgorithm;
     int suite = suite_of(p.auth, p.integrity, p.confidentiality);
     if (suite < 0 || std::find(c.cipher_suites.begin(), c.cipher_suites.end(), suite) == c.cipher_suites.end())
         return kNoCipherSuiteMatch;

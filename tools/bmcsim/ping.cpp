@@ -60,6 +60,10 @@ void break_pong(const PingBehaviour &p, Bytes &b)
 void Engine::presence_ping(const Bytes &d, const Config &c, Outcome &o)
 {
     uint8_t tag = d.size() > 9 ? d[9] : 0;
+    if (!c.ping.pong) {
+        log("presence ping, tag " + hex(&tag, 1) + ": not answered (no pong)");
+        return;
+    }
     log("presence ping, tag " + hex(&tag, 1));
     if (!admit(Kind::Ping, c.ping.reply)) return;
     PingBehaviour p = c.ping;

@@ -39,17 +39,17 @@ void put_name(Bytes &b, uint8_t role, const std::string &name)
 }
 
 // Rm | Rc | role | ulen | uname, keyed with Kg when one is set, else with the password.
-Digest session_integrity_key(const Session &s, const Config &c)
+Bytes session_integrity_key(const Session &s, const Config &c)
 {
     Bytes in(s.rm.begin(), s.rm.end());
     in.insert(in.end(), s.rc.begin(), s.rc.end());
     put_name(in, s.role, s.user_name);
     bool kg_set = std::any_of(c.kg.begin(), c.kg.end(), [](uint8_t b) { return b != 0; });
-    return hmac_sha1(kg_set ? padded20(c.kg) : s.password, in);
+    return hmac(auth_hash(s.auth_alg), kg_set ? padded20(c.kg) : s.password, in);
 }
 
 // console SID | BMC SID | Rm | Rc | GUID | role | ulen | uname, keyed with the password.
-Digest rakp2_code(const Session &s, const Config &c)
+Bytes rakp2_code(const Session &s, const Config &c)
 {
     Bytes in;
     put_le32(in, s.console_id);
@@ -58,25 +58,28 @@ Digest rakp2_code(const Session &s, const Config &c)
     in.insert(in.end(), s.rc.begin(), s.rc.end());
     in.insert(in.end(), c.guid.begin(), c.guid.end());
     put_name(in, s.role, s.user_name);
-    return hmac_sha1(s.password, in);
+    return hmac(auth_hash(s.auth_alg), s.password, in);
 }
 
 // Rc | console SID | role | ulen | uname, keyed with the password.
-Digest rakp3_code(const Session &s)
+Bytes rakp3_code(const Session &s)
 {
     Bytes in(s.rc.begin(), s.rc.end());
     put_le32(in, s.console_id);
     put_name(in, s.role, s.user_name);
-    return hmac_sha1(s.password, in);
+    return hmac(auth_hash(s.auth_alg), s.password, in);
 }
 
-// Rm | BMC SID | GUID, keyed with the SIK; 12 bytes are sent.
-Digest rakp4_value(const Session &s, const Config &c)
+// Rm | BMC SID | GUID, keyed with the SIK; 12 bytes of HMAC-SHA1 are sent,
+// 16 of HMAC-SHA256.
+Bytes rakp4_value(const Session &s, const Config &c)
 {
     Bytes in(s.rm.begin(), s.rm.end());
     put_le32(in, s.bmc_id);
     in.insert(in.end(), c.guid.begin(), c.guid.end());
-    return hmac_sha1(s.sik.data(), s.sik.size(), in.data(), in.size());
+    Bytes icv = hmac(auth_hash(s.auth_alg), s.sik, in);
+    icv.resize(s.auth_alg == kRakpHmacSha256 ? 16 : 12);
+    return icv;
 }
 
 Bytes status_payload(uint8_t tag, uint8_t status, uint32_t console_id)
@@ -96,14 +99,16 @@ const User *find_user(const Config &c, const std::string &name)
 
 // K1 and K2 over twenty 0x01 / 0x02 bytes under standard keys; else the
 // integrity code keeps the SIK and K2 is made over sixty-four 0x02 bytes.
+// RAKP-HMAC-SHA256 sessions always take the standard keys.
 void session_keys(Session &s, bool standard)
 {
     static const Bytes kConstant1(20, 0x01), kStandardConstant2(20, 0x02), kConstant2(64, 0x02);
+    standard = standard || s.auth_alg == kRakpHmacSha256;
+    Hash hash = auth_hash(s.auth_alg);
     s.standard_keys = standard;
-    s.k1 = standard ? hmac_sha1(s.sik.data(), s.sik.size(), kConstant1.data(), kConstant1.size()) : s.sik;
-    const Bytes &c2 = standard ? kStandardConstant2 : kConstant2;
-    if (s.confidentiality_alg == 1) s.k2 = hmac_sha1(s.sik.data(), s.sik.size(), c2.data(), c2.size());
-    else s.k2.fill(0);
+    s.k1 = standard ? hmac(hash, s.sik, kConstant1) : s.sik;
+    if (s.confidentiality_alg == kAesCbc128) s.k2 = hmac(hash, s.sik, standard ? kStandardConstant2 : kConstant2);
+    else s.k2.assign(digest_length(hash), 0x00);
 }
 
 }  // namespace
@@ -153,18 +158,15 @@ void Engine::rakp1(const Bytes &d, const Config &c, Outcome &o)
         s.user_name = name;
         s.password = padded20(user->password);
         s.user_id = static_cast<uint8_t>(user - c.users.data() + 1);
-        if (s.auth_alg == 1) {
-            s.sik = session_integrity_key(s, c);
-        } else {
-            s.sik.fill(0);
-        }
+        if (s.auth_alg != kRakpNone) s.sik = session_integrity_key(s, c);
+        else s.sik.assign(20, 0x00);
         log("RAKP 1: user '" + name + "', role " + hex(&role, 1) + (name_only ? " (name-only look-up)" : "") +
             ", Rm " + hex(rm.data(), rm.size()));
         payload = status_payload(tag, kNoError, s.console_id);
         payload.insert(payload.end(), s.rc.begin(), s.rc.end());
         payload.insert(payload.end(), c.guid.begin(), c.guid.end());
-        if (s.auth_alg == 1) {
-            Digest code = rakp2_code(s, c);
+        if (s.auth_alg != kRakpNone) {
+            Bytes code = rakp2_code(s, c);
             payload.insert(payload.end(), code.begin(), code.end());
         }
     }
@@ -199,9 +201,9 @@ void Engine::rakp3(const Bytes &d, const Config &c, Outcome &o)
         status = kInvalidSessionId;
     } else if (it->second.password.empty()) {
         status = kIllegalParameter;  // no RAKP 1 before
-    } else if (it->second.auth_alg == 1) {
-        Digest expected = rakp3_code(it->second);
-        if (r.remaining() != 20 || !std::equal(expected.begin(), expected.end(), r.here()))
+    } else if (it->second.auth_alg != kRakpNone) {
+        Bytes expected = rakp3_code(it->second);
+        if (r.remaining() != expected.size() || !std::equal(expected.begin(), expected.end(), r.here()))
             status = kInvalidIntegrityCheckValue;
     } else if (r.remaining() != 0) {
         status = kIllegalParameter;
@@ -215,9 +217,9 @@ void Engine::rakp3(const Bytes &d, const Config &c, Outcome &o)
     } else {
         Session &s = it->second;
         payload = status_payload(tag, kNoError, s.console_id);
-        if (s.auth_alg == 1) {
-            Digest icv = rakp4_value(s, c);
-            payload.insert(payload.end(), icv.begin(), icv.begin() + 12);
+        if (s.auth_alg != kRakpNone) {
+            Bytes icv = rakp4_value(s, c);
+            payload.insert(payload.end(), icv.begin(), icv.end());
         }
         if (!s.active) {
             session_keys(s, c.standard_keys);

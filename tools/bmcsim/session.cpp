@@ -1,7 +1,7 @@
-// RMCP+ session packets after RAKP 4: the integrity trailer keyed with the
-// SIK (with K1 under standard keys), the AES-CBC-128 confidentiality payload
-// keyed with K2, the inbound sequence windows, and the answers to the IPMI
-// requests they carry.
+// RMCP+ session packets after RAKP 4: the integrity trailer (HMAC-SHA1-96
+// or HMAC-SHA256-128) keyed with the SIK (with K1 under standard keys), the
+// AES-CBC-128 confidentiality payload keyed with K2, the inbound sequence
+// windows, and the answers to the IPMI requests they carry.
 #include <algorithm>
 
 #include "crypto.h"
@@ -15,7 +15,21 @@ namespace {
 constexpr uint8_t kAuthenticated = 0x40;
 constexpr uint8_t kEncrypted = 0x80;
 constexpr size_t kHeader = 16;  // RMCP header + session header
-constexpr size_t kCodeLength = 12;
+
+// The integrity code of a session: HMAC-SHA1-96 or HMAC-SHA256-128. A
+// session without an integrity algorithm that is sent authenticated packets
+// anyway (any protection taken) uses its authentication algorithm's HMAC.
+struct IntegrityCode {
+    Hash hash;
+    size_t length;
+};
+
+IntegrityCode integrity_code(const Session &s)
+{
+    bool sha256 = s.integrity_alg == kHmacSha256_128 ||
+                  (s.integrity_alg == kIntegrityNone && s.auth_alg == kRakpHmacSha256);
+    return sha256 ? IntegrityCode{Hash::Sha256, 16} : IntegrityCode{Hash::Sha1, 12};
+}
 
 // Takes a number at most once, up to 16 below the highest seen (and, when
 // strict, up to 16 above it).
@@ -114,7 +128,7 @@ Bytes Engine::session_datagram(Session &s, const Bytes &message, uint8_t bits, c
     if (bits & kAuthenticated) {
         // Pad the stretch from the authentication type byte through the next
         // header byte to a multiple of 4, then the first 12 bytes of
-        // HMAC-SHA1 keyed with the SIK over that stretch.
+        // HMAC-SHA1 (16 of HMAC-SHA256) over that stretch.
         size_t q = (4 - (12 + payload.size() + 2) % 4) % 4;
         size_t pad_at = out.size();
         out.insert(out.end(), q, 0xFF);
@@ -126,11 +140,12 @@ Bytes Engine::session_datagram(Session &s, const Bytes &message, uint8_t bits, c
                                                                  : static_cast<uint8_t>(q));
         out.push_back(fault(SessionFault::BadNextHeader) ? pick(b.value, 0x08) : 0x07);
         const auto &key = s.integrity_key();
-        Digest code = hmac_sha1(key.data(), key.size(), out.data() + 4, out.size() - 4);
+        IntegrityCode ic = integrity_code(s);
+        Bytes code = hmac(ic.hash, key.data(), key.size(), out.data() + 4, out.size() - 4);
         size_t code_at = out.size();
-        out.insert(out.end(), code.begin(), code.begin() + kCodeLength);
+        out.insert(out.end(), code.begin(), code.begin() + static_cast<long>(ic.length));
         if (fault(SessionFault::BadIntegrity))
-            out[code_at + static_cast<size_t>(b.index >= 0 ? b.index % kCodeLength : kCodeLength - 1)] ^= 0x01;
+            out[code_at + static_cast<size_t>(b.index >= 0 ? static_cast<size_t>(b.index) % ic.length : ic.length - 1)] ^= 0x01;
     }
     return out;
 }
@@ -158,9 +173,11 @@ void Engine::session_packet(const Bytes &d, const Config &c, Outcome &o)
     if (payload_end > d.size()) return reject("payload length " + std::to_string(length) + " beyond the datagram");
 
     if (authenticated) {
-        if (s.integrity_alg != 1 && b.require_negotiated_protection) return reject("authenticated, but no integrity algorithm");
-        if (d.size() < payload_end + 2 + kCodeLength) return reject("no room for the session trailer");
-        size_t code_at = d.size() - kCodeLength;
+        if (s.integrity_alg == kIntegrityNone && b.require_negotiated_protection)
+            return reject("authenticated, but no integrity algorithm");
+        IntegrityCode ic = integrity_code(s);
+        if (d.size() < payload_end + 2 + ic.length) return reject("no room for the session trailer");
+        size_t code_at = d.size() - ic.length;
         uint8_t q = d[code_at - 2];
         if (d[code_at - 1] != 0x07) return reject("next header not 07");
         if (payload_end + q + 2 != code_at) return reject("integrity pad length " + std::to_string(q));
@@ -168,15 +185,15 @@ void Engine::session_packet(const Bytes &d, const Config &c, Outcome &o)
                          [](uint8_t v) { return v == 0xFF; }))
             return reject("integrity pad not FF");
         const auto &key = s.integrity_key();
-        Digest code = hmac_sha1(key.data(), key.size(), d.data() + 4, code_at - 4);
-        if (!std::equal(code.begin(), code.begin() + kCodeLength, d.begin() + static_cast<long>(code_at)))
+        Bytes code = hmac(ic.hash, key.data(), key.size(), d.data() + 4, code_at - 4);
+        if (!std::equal(code.begin(), code.begin() + static_cast<long>(ic.length), d.begin() + static_cast<long>(code_at)))
             return reject("wrong integrity code");
     } else {
         if (d.size() != payload_end) return reject("datagram longer than its payload");
-        if (s.integrity_alg == 1 && b.require_negotiated_protection) return reject("not authenticated");
+        if (s.integrity_alg != kIntegrityNone && b.require_negotiated_protection) return reject("not authenticated");
     }
-    if (encrypted && s.confidentiality_alg != 1) return reject("encrypted, but no confidentiality algorithm");
-    if (!encrypted && s.confidentiality_alg == 1 && b.require_negotiated_protection) return reject("not encrypted");
+    if (encrypted && s.confidentiality_alg != kAesCbc128) return reject("encrypted, but no confidentiality algorithm");
+    if (!encrypted && s.confidentiality_alg == kAesCbc128 && b.require_negotiated_protection) return reject("not encrypted");
 
     Session::Window &window = authenticated ? s.in_auth : s.in_unauth;
     if (!window_accepts(window, sequence, b.strict_inbound_window))

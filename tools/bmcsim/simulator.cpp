@@ -1,4 +1,5 @@
 #include <arpa/inet.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -17,6 +18,27 @@
 #include "engine.h"
 
 namespace bmcsim {
+
+namespace {
+
+// The address and port of a socket address of either family.
+detail::Address address_of(const sockaddr_storage &a, uint16_t *port = nullptr)
+{
+    detail::Address out;
+    if (a.ss_family == AF_INET6) {
+        const auto &v6 = reinterpret_cast<const sockaddr_in6 &>(a);
+        std::copy(v6.sin6_addr.s6_addr, v6.sin6_addr.s6_addr + 16, out.bytes.begin());
+        out.scope = v6.sin6_scope_id;
+        if (port) *port = ntohs(v6.sin6_port);
+    } else {
+        const auto &v4 = reinterpret_cast<const sockaddr_in &>(a);
+        out = detail::Address::v4(ntohl(v4.sin_addr.s_addr));
+        if (port) *port = ntohs(v4.sin_port);
+    }
+    return out;
+}
+
+}  // namespace
 
 std::vector<Clock::time_point> Stats::times(Kind kind) const
 {
@@ -54,7 +76,8 @@ struct Simulator::Impl {
         uint64_t order;
         Kind kind;
         Bytes bytes;
-        sockaddr_in to;
+        sockaddr_storage to;
+        socklen_t to_length;
         int fd;  // the socket the request came in on
     };
 
@@ -117,10 +140,12 @@ struct Simulator::Impl {
 
     void receive(int fd, std::vector<uint8_t> &buf)
     {
-        sockaddr_in from{};
+        sockaddr_storage from{};
         socklen_t len = sizeof from;
         ssize_t n = ::recvfrom(fd, buf.data(), buf.size(), 0, reinterpret_cast<sockaddr *>(&from), &len);
         if (n < 0) return;
+        uint16_t port = 0;
+        detail::Address ip = address_of(from, &port);
         Bytes datagram(buf.begin(), buf.begin() + n);
         auto at = Clock::now();
         Config c;
@@ -132,7 +157,7 @@ struct Simulator::Impl {
                 reset = false;
             }
         }
-        detail::Outcome o = engine.handle(datagram, c, {ntohl(from.sin_addr.s_addr), ntohs(from.sin_port), local_ip(fd)});
+        detail::Outcome o = engine.handle(datagram, c, {ip, port, local_ip(fd)});
         {
             std::lock_guard<std::mutex> g(mu);
             stats.received[static_cast<size_t>(o.kind)]++;
@@ -145,15 +170,15 @@ struct Simulator::Impl {
         }
         cv.notify_all();
         for (auto &out : o.out)
-            pending.push_back({at + std::chrono::milliseconds(out.delay_ms), seq++, o.kind, std::move(out.bytes), from, fd});
+            pending.push_back({at + std::chrono::milliseconds(out.delay_ms), seq++, o.kind, std::move(out.bytes), from, len, fd});
     }
 
-    // The address the socket is bound to, host order.
-    uint32_t local_ip(int fd) const
+    // The address the socket is bound to.
+    detail::Address local_ip(int fd) const
     {
         for (size_t i = 0; i < fds.size(); ++i)
             if (fds[i] == fd) return local_ips[i];
-        return 0;
+        return {};
     }
 
     void flush_due()
@@ -168,7 +193,7 @@ struct Simulator::Impl {
                 std::lock_guard<std::mutex> g(mu);
                 stats.sent.push_back({p.kind, now, p.bytes, {}});
             }
-            ::sendto(p.fd, p.bytes.data(), p.bytes.size(), 0, reinterpret_cast<const sockaddr *>(&p.to), sizeof p.to);
+            ::sendto(p.fd, p.bytes.data(), p.bytes.size(), 0, reinterpret_cast<const sockaddr *>(&p.to), p.to_length);
         }
         pending.erase(pending.begin(), pending.begin() + static_cast<long>(done));
     }
@@ -185,7 +210,7 @@ struct Simulator::Impl {
     uint64_t seq = 0;
 
     std::vector<int> fds;
-    std::vector<uint32_t> local_ips;  // of fds, host order
+    std::vector<detail::Address> local_ips;  // of fds
     int wake = -1;
     std::atomic<bool> quit{false};
     std::thread thread;
@@ -197,22 +222,50 @@ Simulator::~Simulator() { stop(); }
 
 namespace {
 
-int bound_socket(const std::string &address, uint16_t port)
+struct Bound {
+    int fd;
+    detail::Address local;
+    std::string where;  // "127.0.0.5:623", "[::1]:623"
+};
+
+// An IPv4 or IPv6 address in numeric form; "[::1]" is taken for "::1" and
+// a scope may follow a link-local address ("fe80::1%eth0").
+sockaddr_storage parse_address(const std::string &address, uint16_t port, socklen_t &length)
 {
-    std::string where = address + ":" + std::to_string(port);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_port = htons(port);
-    if (::inet_pton(AF_INET, address.c_str(), &a.sin_addr) != 1)
-        throw std::runtime_error("bmcsim: not an IPv4 address: " + address);
-    int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    std::string host = address;
+    if (host.size() > 2 && host.front() == '[' && host.back() == ']') host = host.substr(1, host.size() - 2);
+    addrinfo hints{};
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_DGRAM;
+    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV | AI_PASSIVE;
+    addrinfo *found = nullptr;
+    std::string service = std::to_string(port);
+    if (host.empty() || ::getaddrinfo(host.c_str(), service.c_str(), &hints, &found) != 0 || !found)
+        throw std::runtime_error("bmcsim: not an IPv4 or IPv6 address: " + address);
+    sockaddr_storage a{};
+    length = found->ai_addrlen;
+    std::copy_n(reinterpret_cast<const uint8_t *>(found->ai_addr), found->ai_addrlen, reinterpret_cast<uint8_t *>(&a));
+    ::freeaddrinfo(found);
+    return a;
+}
+
+Bound bound_socket(const std::string &address, uint16_t port)
+{
+    socklen_t length = 0;
+    sockaddr_storage a = parse_address(address, port, length);
+    detail::Address local = address_of(a);
+    std::string where = (a.ss_family == AF_INET6 ? "[" + local.text() + "]" : local.text()) + ":" + std::to_string(port);
+    int fd = ::socket(a.ss_family, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (fd < 0) throw std::runtime_error("bmcsim: cannot create a UDP socket: " + std::string(std::strerror(errno)));
-    if (::bind(fd, reinterpret_cast<sockaddr *>(&a), sizeof a) != 0) {
+    // An IPv6 socket serves IPv6 alone, so :: and 0.0.0.0 can both be bound.
+    int only = 1;
+    if (a.ss_family == AF_INET6) ::setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &only, sizeof only);
+    if (::bind(fd, reinterpret_cast<sockaddr *>(&a), length) != 0) {
         int e = errno;
         ::close(fd);
         throw std::runtime_error("bmcsim: cannot bind UDP " + where + ": " + std::strerror(e));
     }
-    return fd;
+    return {fd, local, where};
 }
 
 }  // namespace
@@ -223,28 +276,27 @@ void Simulator::start()
     Config c = config();
     std::vector<std::string> addresses{c.address};
     addresses.insert(addresses.end(), c.extra_addresses.begin(), c.extra_addresses.end());
-    std::vector<int> fds;
+    std::vector<Bound> bound;
     try {
-        for (const auto &a : addresses) fds.push_back(bound_socket(a, c.port));
+        for (const auto &a : addresses) bound.push_back(bound_socket(a, c.port));
     } catch (...) {
-        for (int f : fds) ::close(f);
+        for (const Bound &b : bound) ::close(b.fd);
         throw;
     }
     int wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (wake < 0) {
-        for (int f : fds) ::close(f);
+        for (const Bound &b : bound) ::close(b.fd);
         throw std::runtime_error("bmcsim: eventfd failed");
     }
-    impl_->fds = fds;
+    impl_->fds.clear();
     impl_->local_ips.clear();
-    for (const auto &a : addresses) {
-        in_addr ip{};
-        ::inet_pton(AF_INET, a.c_str(), &ip);
-        impl_->local_ips.push_back(ntohl(ip.s_addr));
+    for (const Bound &b : bound) {
+        impl_->fds.push_back(b.fd);
+        impl_->local_ips.push_back(b.local);
     }
     impl_->wake = wake;
     impl_->quit = false;
-    for (const auto &a : addresses) impl_->event("listening on " + a + ":" + std::to_string(c.port));
+    for (const Bound &b : bound) impl_->event("listening on " + b.where);
     impl_->thread = std::thread([this] { impl_->serve(); });
 }
 
