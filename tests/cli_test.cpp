@@ -62,7 +62,8 @@ TEST_F(Cli, UsageErrorsExitWith2)
     EXPECT_EQ(rmcpp({"-H", "127.0.0.18"}).exit_code, 2);
     EXPECT_EQ(rmcpp({"session"}).exit_code, 2);
     EXPECT_EQ(rmcpp({"-H", "127.0.0.18", "-L", "KING", "session"}).exit_code, 2);
-    EXPECT_EQ(rmcpp({"-H", "127.0.0.18", "-p", "624", "session"}).exit_code, 2);
+    EXPECT_EQ(rmcpp({"-H", "127.0.0.18", "-p", "0", "session"}).exit_code, 2);
+    EXPECT_EQ(rmcpp({"-H", "127.0.0.18", "-p", "65536", "session"}).exit_code, 2);
     const auto r = rmcpp({"-H", "127.0.0.18", "frobnicate"});
     EXPECT_EQ(r.exit_code, 2);
     EXPECT_TRUE(contains(r.err, "unknown command: frobnicate"));
@@ -248,7 +249,8 @@ TEST(CliPort, AlternativePort664)
     r = testkit::run_program({RMCPP_CLI, "-H", testkit::loopback_text(kNobody), "-U", "admin", "-P", "password", "-R",
                               "1", "-N", "1", "session"});
     EXPECT_EQ(r.exit_code, 1);
-    EXPECT_EQ(r.err, "rmcpp: establishment failed (34): the BMC did not answer the ASF presence ping\n");
+    EXPECT_EQ(r.err, "rmcpp: establishment failed (34): the BMC did not answer the ASF presence ping; if the BMC never "
+                     "answers presence pings, try --no-ping\n");
     sim.stop();
 }
 

@@ -1,4 +1,6 @@
 // rmcpp: an IPMI v2.0 / RMCP+ command-line tool over librmcpp.
+#include <netdb.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -31,7 +33,16 @@ std::string sentence(std::string text)
     return text;
 }
 
-int fail(const std::string &what, int code)
+// A hint for the BMC that never answers the presence ping.
+constexpr const char *kNoPingHint = "; if the BMC never answers presence pings, try --no-ping";
+
+// A hint for the first message of a suite 2 or 3 session in the library's
+// key mode that gets no answer: the BMC checks the integrity code with K1.
+constexpr const char *kStandardKeysHint =
+    "; the session was set up but its first message got no answer: the BMC probably keys the integrity code "
+    "the standard way (K1); try --standard-keys";
+
+int fail(const std::string &what, int code, const std::string &hint = "")
 {
     std::string meaning = rmcpp_strerror(code);
     if (code == RMCPP_ERR_STATUS && cli::trace::seen(kRakp2KeyInvalid)) {
@@ -47,8 +58,17 @@ int fail(const std::string &what, int code)
             meaning = text;
         }
     }
-    std::fprintf(stderr, "rmcpp: %s failed (%d): %s\n", what.c_str(), code, meaning.c_str());
+    std::string extra = hint;
+    if (extra.empty() && code == RMCPP_ERR_PING && what != "ping") extra = kNoPingHint;
+    std::fprintf(stderr, "rmcpp: %s failed (%d): %s%s\n", what.c_str(), code, meaning.c_str(), extra.c_str());
     return 1;
+}
+
+// A usage error found after parsing: one line and a pointer to the help.
+int usage_error(const std::string &text)
+{
+    std::fprintf(stderr, "rmcpp: %s; see rmcpp --help\n", text.c_str());
+    return 2;
 }
 
 void warn(const std::string &what, int code)
@@ -101,6 +121,74 @@ void print_fields(const Options &o, const Fields &fields)
 
 // ------------------------------------------------------------ a session
 
+// The options of every session and sessionless request: the tool's robust
+// defaults (kernel random source, strict peer, kernel-chosen local port)
+// unless a flag turns one back to the library's.
+RMCPP_SessionOptions session_options(const Options &o)
+{
+    RMCPP_SessionOptions so{};
+    so.size = sizeof so;
+    if (o.no_ping) so.flags |= RMCPP_OPT_NO_PING;
+    if (!o.port_range) so.flags |= RMCPP_OPT_KERNEL_PORT;
+    if (!o.lenient) so.flags |= RMCPP_OPT_STRICT_PEER;
+    so.host = o.host.c_str();
+    so.port = o.port;
+    so.key_mode = o.standard_keys ? RMCPP_KEYS_STANDARD : RMCPP_KEYS_LIBRARY;
+    so.random_source = o.library_random ? RMCPP_RANDOM_LIBRARY : RMCPP_RANDOM_KERNEL;
+    return so;
+}
+
+void fill_param(const Options &o, int suite, IPMI_SessionParam &p)
+{
+    std::memset(&p, 0, sizeof p);
+    p.port_option = o.port == 664 ? 1 : 0;
+    p.user_name = o.user.c_str();
+    p.user_password = o.password ? o.password->c_str() : nullptr;
+    p.privilege_level = o.privilege;
+    p.cipher_suite_id = suite;
+    p.user_lookup_option = o.name_only ? 1 : 0;
+    p.two_key_login_option = o.kg ? 1 : 0;
+    p.server_key = o.kg ? o.kg->c_str() : nullptr;
+    p.slave_address = o.target;
+    p.lun = o.lun;
+    p.local_port = 0;
+    p.retry_count = static_cast<uint16_t>(o.attempts);
+    p.timeout_sec = static_cast<uint16_t>(o.timeout);
+}
+
+// Failures of the suite query that no session could get past either.
+bool unreachable(int code)
+{
+    return code == RMCPP_ERR_RESOLVE || code == RMCPP_ERR_PING || code == RMCPP_ERR_SOCKET ||
+           code == RMCPP_ERR_BIND;
+}
+
+// Without -C: the strongest suite the channel offers, 17 before 3, and 3
+// when the BMC does not answer Get Channel Cipher Suites or offers neither.
+// Returns 0, or the result code of a failure that ends the run.
+int choose_suite(const Options &o, int &suite)
+{
+    suite = 3;
+    if (o.cipher_suite) {
+        suite = *o.cipher_suite;
+        return 0;
+    }
+    IPMI_SessionParam p;
+    fill_param(o, 3, p);
+    const RMCPP_SessionOptions so = session_options(o);
+    RMCPP_ChannelCipherSuites list{};
+    list.size = sizeof list;
+    const int r = rmcpp_get_channel_cipher_suites(&p, &so, 0x0E, &list);
+    if (unreachable(r)) return r;
+    // A list longer than the record holds still counts the suites that fit.
+    if (r != 0 && !(r == RMCPP_ERR_BUFFER && list.count > 0)) return 0;
+    const uint32_t count = std::min<uint32_t>(list.count, RMCPP_MAX_CIPHER_SUITES);
+    bool offers_17 = false;
+    for (uint32_t i = 0; i < count; ++i) offers_17 = offers_17 || list.suites[i].id == 17;
+    if (offers_17) suite = 17;
+    return 0;
+}
+
 class Session {
 public:
     explicit Session(const Options &o) : o_(o) {}
@@ -109,24 +197,15 @@ public:
         if (open_) IPMI_CloseSession(&p_);
     }
 
+    // Chooses the suite (asking the BMC when -C is not given) and sets the
+    // session up.
     int open()
     {
-        std::memset(&p_, 0, sizeof p_);
-        p_.bmc_address = o_.address;
-        p_.port_option = o_.port_option;
-        p_.user_name = o_.user.c_str();
-        p_.user_password = o_.password ? o_.password->c_str() : nullptr;
-        p_.privilege_level = o_.privilege;
-        p_.cipher_suite_id = o_.cipher_suite;
-        p_.user_lookup_option = o_.name_only ? 1 : 0;
-        p_.two_key_login_option = o_.kg ? 1 : 0;
-        p_.server_key = o_.kg ? o_.kg->c_str() : nullptr;
-        p_.slave_address = o_.target;
-        p_.lun = o_.lun;
-        p_.retry_count = static_cast<uint16_t>(o_.attempts);
-        p_.timeout_sec = static_cast<uint16_t>(o_.timeout);
-        IPMI_SetupStandardKeys(o_.standard_keys ? 1 : 0);
-        const int r = IPMI_SetupSession(&p_);
+        int r = choose_suite(o_, suite_);
+        if (r != 0) return r;
+        fill_param(o_, suite_, p_);
+        const RMCPP_SessionOptions so = session_options(o_);
+        r = rmcpp_setup_session(&p_, &so);
         open_ = r == 0;
         return r;
     }
@@ -146,6 +225,7 @@ public:
         r = IPMI_Message_IF(&p_, request.data(), static_cast<uint32_t>(length), buffer, sizeof buffer, &received, 0,
                             &released, o_.attempts, o_.timeout);
         if (released) open_ = false;
+        if (r == 0) answered_ = true;
         if (r != 0) return r;
         if (received < 8) return RMCPP_ERR_HEADER;
         cc = buffer[6];
@@ -157,15 +237,30 @@ public:
     {
         if (!open_) return 0;
         open_ = false;
-        return IPMI_CloseSession(&p_);
+        const int r = IPMI_CloseSession(&p_);
+        if (r == 0) answered_ = true;
+        return r;
+    }
+
+    // What to add to a failure of this session's messages: a suite 2 or 3
+    // session in the library's key mode whose first message went
+    // unanswered most likely talks to a BMC that keys with K1.
+    std::string hint(int code) const
+    {
+        const bool no_answer = code == RMCPP_ERR_RETRY_OVER || code == RMCPP_ERR_TIMEOUT;
+        if (no_answer && !answered_ && (suite_ == 2 || suite_ == 3) && !o_.standard_keys) return kStandardKeysHint;
+        return "";
     }
 
     const IPMI_SessionParam &param() const { return p_; }
+    int suite() const { return suite_; }
 
 private:
     const Options &o_;
     IPMI_SessionParam p_{};
     bool open_ = false;
+    bool answered_ = false;
+    int suite_ = 3;
     unsigned seq_ = 1;
 };
 
@@ -177,7 +272,7 @@ int request(const Options &o, const std::string &what, uint8_t netfn, uint8_t cm
     if (r != 0) return fail("establishment", r);
     uint8_t cc = 0;
     r = s.exchange(netfn, cmd, data, cc, out);
-    if (r != 0) return fail(what, r);
+    if (r != 0) return fail(what, r, s.hint(r));
     if (cc != 0) {
         s.close();
         std::fprintf(stderr, "rmcpp: %s failed: completion code 0x%02X (%s)\n", what.c_str(), cc, completion_text(cc));
@@ -192,15 +287,61 @@ int request(const Options &o, const std::string &what, uint8_t netfn, uint8_t cm
 
 // ------------------------------------------------------------ commands
 
+// The host without the brackets of an IPv6 literal ("[::1]").
+std::string bare_host(const std::string &host)
+{
+    if (host.size() >= 2 && host.front() == '[' && host.back() == ']') return host.substr(1, host.size() - 2);
+    return host;
+}
+
+// With --port-range the ping leaves from the first free port of 7001..7099,
+// as sessions then do.
+bool bind_port_range(int fd, int family)
+{
+    for (uint16_t port = 7001; port <= 7099; ++port) {
+        sockaddr_storage local{};
+        socklen_t length = 0;
+        if (family == AF_INET6) {
+            auto *a = reinterpret_cast<sockaddr_in6 *>(&local);
+            a->sin6_family = AF_INET6;
+            a->sin6_port = htons(port);
+            length = sizeof *a;
+        } else {
+            auto *a = reinterpret_cast<sockaddr_in *>(&local);
+            a->sin_family = AF_INET;
+            a->sin_port = htons(port);
+            length = sizeof *a;
+        }
+        if (bind(fd, reinterpret_cast<sockaddr *>(&local), length) == 0) return true;
+    }
+    return false;
+}
+
+// Pings each address the host resolves to until one answers.
 int cmd_ping(const Options &o)
 {
-    int fd = -1;
-    int r = init_socket(&fd, o.address, o.port_option == 1 ? 664 : 623, 0);
-    if (r != 0) return fail("ping", r);
-    const timeval limit = {o.timeout, 0};
-    r = RMCP_PingPong(fd, o.attempts, &limit);
-    ::close(fd);
-    if (r != 0) return fail("ping", RMCPP_ERR_PING);
+    addrinfo hints{};
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_DGRAM;
+    hints.ai_protocol = IPPROTO_UDP;
+    addrinfo *found = nullptr;
+    const std::string port = std::to_string(o.port != 0 ? o.port : 623);
+    if (getaddrinfo(bare_host(o.host).c_str(), port.c_str(), &hints, &found) != 0 || found == nullptr)
+        return fail("ping", RMCPP_ERR_RESOLVE);
+    int result = RMCPP_ERR_SOCKET;
+    for (const addrinfo *a = found; a != nullptr && result != 0; a = a->ai_next) {
+        const int fd = socket(a->ai_family, a->ai_socktype | SOCK_CLOEXEC, a->ai_protocol);
+        if (fd < 0) continue;
+        if (o.port_range && !bind_port_range(fd, a->ai_family)) {
+            result = RMCPP_ERR_BIND;
+        } else if (connect(fd, a->ai_addr, a->ai_addrlen) == 0) {
+            const timeval limit = {o.timeout, 0};
+            result = RMCP_PingPong(fd, o.attempts, &limit) == 0 ? 0 : RMCPP_ERR_PING;
+        }
+        ::close(fd);
+    }
+    freeaddrinfo(found);
+    if (result != 0) return fail("ping", result);
     if (o.json)
         std::printf("{\"host\": %s, \"pong\": true}\n", cli::json_string(o.host).c_str());
     else
@@ -208,12 +349,42 @@ int cmd_ping(const Options &o)
     return 0;
 }
 
+// Algorithm names by their IPMI v2.0 numbers, as the session shows them.
 const char *algorithm(int kind, unsigned value)
 {
-    static const char *names[3][2] = {{"RAKP-none", "RAKP-HMAC-SHA1"},
-                                      {"none", "HMAC-SHA1-96"},
-                                      {"none", "AES-CBC-128"}};
-    return value < 2 ? names[kind][value] : "unknown";
+    static const char *const authentication[] = {"RAKP-none", "RAKP-HMAC-SHA1", "RAKP-HMAC-MD5",
+                                                 "RAKP-HMAC-SHA256"};
+    static const char *const integrity[] = {"none", "HMAC-SHA1-96", "HMAC-MD5-128", "MD5-128", "HMAC-SHA256-128"};
+    static const char *const confidentiality[] = {"none", "AES-CBC-128", "xRC4-128", "xRC4-40"};
+    switch (kind) {
+    case 0: return value < 4 ? authentication[value] : "unknown";
+    case 1: return value < 5 ? integrity[value] : "unknown";
+    default: return value < 4 ? confidentiality[value] : "unknown";
+    }
+}
+
+// The same names as ipmitool's `channel getciphers` writes them.
+std::string cipher_algorithm(int kind, unsigned value)
+{
+    static const char *const authentication[] = {"none", "hmac_sha1", "hmac_md5", "hmac_sha256"};
+    static const char *const integrity[] = {"none", "hmac_sha1_96", "hmac_md5_128", "md5_128", "sha256_128"};
+    static const char *const confidentiality[] = {"none", "aes_cbc_128", "xrc4_128", "xrc4_40"};
+    const char *name = nullptr;
+    switch (kind) {
+    case 0: name = value < 4 ? authentication[value] : nullptr; break;
+    case 1: name = value < 5 ? integrity[value] : nullptr; break;
+    default: name = value < 4 ? confidentiality[value] : nullptr; break;
+    }
+    if (name != nullptr) return name;
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%02x", value);
+    return text;
+}
+
+unsigned authentication_of(int suite)
+{
+    if (suite >= 15) return 3;
+    return suite >= 1 ? 1 : 0;
 }
 
 int cmd_session(const Options &o)
@@ -223,46 +394,77 @@ int cmd_session(const Options &o)
     if (r != 0) return fail("establishment", r);
     const IPMI_SessionParam &p = s.param();
     const RMCPp_Session &rs = *p.session;
-    const unsigned auth = o.cipher_suite >= 1 ? 1 : 0;
     char console_id[16], bmc_id[16];
     std::snprintf(console_id, sizeof console_id, "0x%08X", rs.console_session_id);
     std::snprintf(bmc_id, sizeof bmc_id, "0x%08X", rs.bmc_session_id);
+    const bool standard = o.standard_keys || s.suite() >= 15;
     Fields f = {
-        {"Cipher Suite", "cipher_suite", std::to_string(o.cipher_suite), true},
+        {"Cipher Suite", "cipher_suite", std::to_string(s.suite()), true},
         {"Granted Privilege", "granted_privilege", cli::privilege_name(p.granted_privilege), false},
-        {"Authentication", "authentication", algorithm(0, auth), false},
+        {"Authentication", "authentication", algorithm(0, authentication_of(s.suite())), false},
         {"Integrity", "integrity", algorithm(1, rs.integrity_alg), false},
         {"Confidentiality", "confidentiality", algorithm(2, rs.confidentiality_alg), false},
         {"Console Session ID", "console_session_id", console_id, false},
         {"BMC Session ID", "bmc_session_id", bmc_id, false},
-        {"Key Mode", "key_mode", o.standard_keys ? "standard" : "library", false},
+        {"Key Mode", "key_mode", standard ? "standard" : "library", false},
     };
     r = s.close();
     f.push_back({"Closed", "closed", r == 0 ? "true" : "false", true});
     print_fields(o, f);
-    if (r != 0) return fail("close session", r);
+    if (r != 0) return fail("close session", r, s.hint(r));
+    return 0;
+}
+
+int cmd_channel_ciphers(const Options &o, const std::vector<std::string> &args)
+{
+    if (args.size() > 1) return usage_error("channel ciphers takes at most one CHANNEL");
+    uint8_t channel = 0x0E;
+    if (args.size() == 1) {
+        const auto c = cli::parse_byte(args[0]);
+        if (!c || *c > 0x0F) return usage_error("channel must be 0..15: " + args[0]);
+        channel = *c;
+    }
+    IPMI_SessionParam p;
+    fill_param(o, o.cipher_suite.value_or(3), p);
+    const RMCPP_SessionOptions so = session_options(o);
+    RMCPP_ChannelCipherSuites list{};
+    list.size = sizeof list;
+    const int r = rmcpp_get_channel_cipher_suites(&p, &so, channel, &list);
+    if (r != 0) return fail("channel ciphers", r);
+    const uint32_t count = std::min<uint32_t>(list.count, RMCPP_MAX_CIPHER_SUITES);
+    if (o.json) {
+        std::string out = "{\"channel\": " + std::to_string(channel) + ", \"cipher_suites\": [";
+        for (uint32_t i = 0; i < count; ++i) {
+            const RMCPP_CipherSuite &c = list.suites[i];
+            out += (i ? ", " : "") + cli::json_object({
+                                         {"", "id", std::to_string(c.id), true},
+                                         {"", "authentication", cipher_algorithm(0, c.auth_alg), false},
+                                         {"", "integrity", cipher_algorithm(1, c.integrity_alg), false},
+                                         {"", "confidentiality", cipher_algorithm(2, c.confidentiality_alg), false},
+                                     });
+        }
+        std::printf("%s]}\n", out.c_str());
+        return 0;
+    }
+    std::printf("%-5s%-16s%-16s%s\n", "ID", "Auth Alg", "Integrity Alg", "Confidentiality Alg");
+    for (uint32_t i = 0; i < count; ++i) {
+        const RMCPP_CipherSuite &c = list.suites[i];
+        std::printf("%-5u%-16s%-16s%s\n", c.id, cipher_algorithm(0, c.auth_alg).c_str(),
+                    cipher_algorithm(1, c.integrity_alg).c_str(), cipher_algorithm(2, c.confidentiality_alg).c_str());
+    }
     return 0;
 }
 
 int cmd_raw(const Options &o, const std::vector<std::string> &args)
 {
-    if (args.size() < 2) {
-        std::fprintf(stderr, "rmcpp: raw needs NETFN and CMD\n");
-        return 2;
-    }
+    if (args.size() < 2) return usage_error("raw needs NETFN and CMD");
     Bytes bytes;
     for (const auto &a : args) {
         const auto b = cli::parse_byte(a);
-        if (!b) {
-            std::fprintf(stderr, "rmcpp: not a byte: %s\n", a.c_str());
-            return 2;
-        }
+        if (!b) return usage_error("not a byte: " + a);
         bytes.push_back(*b);
     }
-    if (bytes[0] > 0x3F) {
-        std::fprintf(stderr, "rmcpp: netFn must be below 0x40\n");
-        return 2;
-    }
+    if (bytes[0] > 0x3F) return usage_error("netFn must be below 0x40");
     Bytes out;
     const int r = request(o, "raw request", bytes[0], bytes[1], Bytes(bytes.begin() + 2, bytes.end()), out);
     if (r != 0) return r;
@@ -307,10 +509,7 @@ int cmd_power(const Options &o, const std::string &action)
         {"reset", {0x03, "Reset"}},   {"soft", {0x05, "Soft"}},
     };
     const auto it = controls.find(action);
-    if (it == controls.end()) {
-        std::fprintf(stderr, "rmcpp: chassis power takes status, on, off, cycle, reset or soft\n");
-        return 2;
-    }
+    if (it == controls.end()) return usage_error("chassis power takes status, on, off, cycle, reset or soft");
     Bytes out;
     const int r = request(o, "chassis power " + action, 0x00, 0x02, {it->second.first}, out);
     if (r != 0) return r;
@@ -335,10 +534,11 @@ int run(const Options &o)
     if (c[0] == "chassis" && rest.size() == 1 && rest[0] == "status")
         return cmd_decoded(o, "chassis status", 0x00, 0x01, cli::decode_chassis_status);
     if (c[0] == "chassis" && rest.size() == 2 && rest[0] == "power") return cmd_power(o, rest[1]);
-    std::fprintf(stderr, "rmcpp: unknown command: ");
-    for (const auto &w : c) std::fprintf(stderr, "%s ", w.c_str());
-    std::fprintf(stderr, "\n%s", cli::usage().c_str());
-    return 2;
+    if (c[0] == "channel" && !rest.empty() && rest[0] == "ciphers")
+        return cmd_channel_ciphers(o, std::vector<std::string>(rest.begin() + 1, rest.end()));
+    std::string words;
+    for (const auto &w : c) words += (words.empty() ? "" : " ") + w;
+    return usage_error("unknown command: " + words);
 }
 
 }  // namespace
@@ -346,13 +546,18 @@ int run(const Options &o)
 int main(int argc, char **argv)
 {
     Options o;
-    if (const auto problem = cli::parse(argc, argv, o)) {
-        if (*problem == "help") {
-            std::fputs(cli::usage().c_str(), stdout);
-            return 0;
-        }
-        std::fprintf(stderr, "rmcpp: %s\n\n%s", problem->c_str(), cli::usage().c_str());
-        return 2;
+    std::string problem;
+    switch (cli::parse(argc, argv, o, problem)) {
+    case cli::Parsed::Help:
+        std::fputs(cli::usage().c_str(), stdout);
+        return 0;
+    case cli::Parsed::Version:
+        std::printf("rmcpp %s\nlibrmcpp %s\n", RMCPP_TOOL_VERSION, rmcpp_version());
+        return 0;
+    case cli::Parsed::UsageError:
+        return usage_error(problem);
+    case cli::Parsed::Run:
+        break;
     }
     cli::trace::set_verbose(o.verbose);
     cli::trace::watch(kRakp2KeyInvalid);
