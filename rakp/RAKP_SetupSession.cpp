@@ -210,12 +210,61 @@ int give_up(RMCPp_SetupState *state, int code, const char *message = nullptr)
     return code;
 }
 
-int check_algorithm(RMCPp_SetupState *state, uint8_t proposed, uint8_t accepted, const char *what, int code)
+int failed(int code, const char *message)
+{
+    lib_log(3, "%s", message);
+    return code;
+}
+
+int agree(uint8_t proposed, uint8_t accepted, const char *what, int code)
 {
     if (proposed == accepted) return 0;
     lib_log(3, "%s", what);
     lib_log(3, "Client(%d) <--> Server(%d).\n", proposed, accepted);
-    return give_up(state, code);
+    return code;
+}
+
+// Open Session, RAKP 1 to 4 and the session keys, over the open socket.
+// A failure is logged and returned; the socket stays open.
+int establish(RMCPp_SetupState *state, uint32_t privilege, uint32_t name_only_lookup, uint8_t &granted)
+{
+    uint8_t tag = 1;
+    uint8_t role = static_cast<uint8_t>(privilege);
+    uint8_t rakp_status = 0;
+    int r = OpenSession_Req_Resp(state, role, &granted, tag, &rakp_status);
+    if (r != 0) return failed(r, "Failed to do Open Session Request / Response.\n");
+
+    if ((r = agree(state->req_auth_alg, state->auth_alg, "Mismatch Authentication Algorithm.\n", 36))) return r;
+    if ((r = agree(state->req_integrity_alg, state->integrity_alg, "Mismatch Integrity Algorithm.\n", 37))) return r;
+    if ((r = agree(state->req_confidentiality_alg, state->confidentiality_alg,
+                   "Mismatch Confidentiality Algorithm.\n", 38)))
+        return r;
+    if (role != 0 && role != granted) return failed(39, "Server doesn't allow requested role.\n");
+
+    // From here on `role` is the RAKP role byte.
+    tag = 2;
+    if (privilege == 0) role = granted;
+    if (name_only_lookup) role |= 0x10;
+
+    uint8_t rm[16];
+    uint8_t rc[16];
+    if (rmcpp::ext::random_number(state, rm) != 0) return 3;
+
+    // A wrong key exchange code in RAKP 2 is no failure here: it comes back
+    // as rakp_status 15 and is reported to the managed system in RAKP 3.
+    r = RAKPMessage1_2(state, rm, role, tag, rc, &rakp_status);
+    if (r != 0) return failed(r, "Failed to do RAKP Message 1 & 2.\n");
+
+    if (MakeSIK(state, role, rm, rc) != 0) return failed(3, "Failed to make SIK.\n");
+
+    tag = 3;
+    const uint8_t abort_only = rakp_status != 0 ? 1 : 0;
+    r = RAKPMessage3_4(state, rm, role, tag, rc, &rakp_status, abort_only);
+    if (abort_only) return 65;
+    if (r != 0) return failed(r, "Failed to do RAKP Message 3 & 4.\n");
+    if (rakp_status != 0) return failed(66, "Invalid Data in RAKP Message 4.\n");
+
+    return 0;
 }
 
 }  // namespace
@@ -262,45 +311,17 @@ RMCPP_API int SetupSession(RMCPp_SetupState *state, uint32_t port, uint32_t priv
     if (not_supported) return give_up(state, 35, "Not Supported RMCP+.\n");
     if (two_key_login && state->kg_status == 0) return give_up(state, 1, "Not-permit 2 key login.\n");
 
-    uint8_t tag = 1;
-    role = static_cast<uint8_t>(privilege);
     uint8_t granted = 0;
-    uint8_t rakp_status = 0;
-    r = OpenSession_Req_Resp(state, role, &granted, tag, &rakp_status);
-    if (r != 0) return give_up(state, r, "Failed to do Open Session Request / Response.\n");
-
-    if ((r = check_algorithm(state, state->req_auth_alg, state->auth_alg, "Mismatch Authentication Algorithm.\n", 36)))
-        return r;
-    if ((r = check_algorithm(state, state->req_integrity_alg, state->integrity_alg,
-                             "Mismatch Integrity Algorithm.\n", 37)))
-        return r;
-    if ((r = check_algorithm(state, state->req_confidentiality_alg, state->confidentiality_alg,
-                             "Mismatch Confidentiality Algorithm.\n", 38)))
-        return r;
-    if (role != 0 && role != granted) return give_up(state, 39, "Server doesn't allow requested role.\n");
-
-    // From here on `role` is the RAKP role byte.
-    tag = 2;
-    if (privilege == 0) role = granted;
-    if (name_only_lookup) role |= 0x10;
-
-    uint8_t rm[16];
-    uint8_t rc[16];
-    if (rmcpp::ext::random_number(state, rm) != 0) return give_up(state, 3);
-
-    // A wrong key exchange code in RAKP 2 is no failure here: it comes back
-    // as rakp_status 15 and is reported to the managed system in RAKP 3.
-    r = RAKPMessage1_2(state, rm, role, tag, rc, &rakp_status);
-    if (r != 0) return give_up(state, r, "Failed to do RAKP Message 1 & 2.\n");
-
-    if (MakeSIK(state, role, rm, rc) != 0) return give_up(state, 3, "Failed to make SIK.\n");
-
-    tag = 3;
-    const uint8_t abort_only = rakp_status != 0 ? 1 : 0;
-    r = RAKPMessage3_4(state, rm, role, tag, rc, &rakp_status, abort_only);
-    if (abort_only) return give_up(state, 65);
-    if (r != 0) return give_up(state, r, "Failed to do RAKP Message 3 & 4.\n");
-    if (rakp_status != 0) return give_up(state, 66, "Invalid Data in RAKP Message 4.\n");
+    r = establish(state, privilege, name_only_lookup, granted);
+    // Under the strict-peer option one spoiled exchange (an Open Session
+    // response damaged where no check can see it, a RAKP 3 the managed
+    // system refused and forgot) gets a second, fresh establishment.
+    if (r != 0 && r != 3 && rmcpp::ext::strict_peer(state)) {
+        lib_log(1, "The establishment failed (%d); starting again from Open Session.\n", r);
+        state->console_session_id = rmcpp::ext::session_id(state);
+        r = establish(state, privilege, name_only_lookup, granted);
+    }
+    if (r != 0) return give_up(state, r);
 
     if (MakeConfidentialityKey(state) != 0) return give_up(state, 3, "Failed to make Confidentiality Key.\n");
 

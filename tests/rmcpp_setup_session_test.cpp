@@ -321,9 +321,38 @@ TEST(RmcppSetupSession, StrictPeerStillReportsARealRefusal)
     p.retry_count = 5;
     const RMCPP_SessionOptions o = options(RMCPP_OPT_STRICT_PEER);
     EXPECT_EQ(rmcpp_setup_session(&p, &o), lenient);
-    // Taken once it came a second time, without using up the five attempts.
-    EXPECT_EQ(sim->stats().count(bmcsim::Kind::Rakp1), 2u);
+    // Taken once it came a second time, without using up the five attempts;
+    // the one fresh establishment draws it twice again.
+    EXPECT_EQ(sim->stats().count(bmcsim::Kind::Rakp1), 4u);
+    EXPECT_EQ(sim->stats().count(bmcsim::Kind::OpenSession), 2u);
     EXPECT_TRUE(testkit::logged("The same refusal came again; taking it.\n"));
+}
+
+TEST(RmcppSetupSession, StrictPeerStartsAgainWhenAnOpenSessionResponseWasSpoiledUnseen)
+{
+    // The first Open Session response names another managed system session
+    // ID: no check can see it, and every RAKP 1 then goes to a session the
+    // BMC does not have.
+    const auto spoil = [](bmcsim::Config &c) {
+        c.open_session.fault = bmcsim::EstFault::PayloadByte;
+        c.open_session.index = 8;
+        c.open_session.value = 0x5A;
+        c.open_session.reply.faulty_answers = 1;
+    };
+    {
+        auto sim = simulator(9, spoil);
+        IPMI_SessionParam p = login(9, 3);
+        EXPECT_NE(IPMI_SetupSession(&p), 0);
+    }
+    auto sim = simulator(9, spoil);
+    testkit::clear_trace();
+    IPMI_SessionParam p = login(9, 3);
+    const RMCPP_SessionOptions o = options(RMCPP_OPT_STRICT_PEER);
+    ASSERT_EQ(rmcpp_setup_session(&p, &o), 0) << testkit::log_text();
+    EXPECT_NE(testkit::log_text().find("starting again from Open Session"), std::string::npos);
+    EXPECT_EQ(sim->stats().count(bmcsim::Kind::OpenSession), 2u);
+    EXPECT_EQ(get_device_id(p), 0);
+    EXPECT_EQ(IPMI_CloseSession(&p), 0);
 }
 
 }  // namespace
