@@ -408,7 +408,10 @@ RMCPP_API void PrintRMCPStatusCode(int status_code);
 #define RMCPP_OPT_KERNEL_PORT 0x0002u  /* local_port 0: the kernel picks the local port, instead of */
                                        /* the first free one of 7001..7099                          */
 #define RMCPP_OPT_STRICT_PEER 0x0004u  /* a datagram that fails a check is dropped and the wait     */
-                                       /* goes on to its deadline, instead of ending the exchange   */
+                                       /* goes on to its deadline, instead of ending the exchange;  */
+                                       /* a refusal is taken early when the very same datagram      */
+                                       /* comes again, and a failed establishment starts once more  */
+                                       /* from Open Session                                         */
 
 /* RMCPP_SessionOptions.key_mode: how K1 and K2 are derived for suites 1..3. */
 #define RMCPP_KEYS_GLOBAL   0  /* as RMCPStandardKeys says at establishment (the default) */
