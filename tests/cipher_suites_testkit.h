@@ -78,4 +78,23 @@ inline std::vector<Suite> ipmitool_getciphers(const std::string &host, const std
     return suites;
 }
 
+// Rows of a cipher suite table as printed, each as its words, the header
+// left out; ipmitool's IANA column (N/A for the standard suites) dropped.
+inline std::vector<std::vector<std::string>> table_rows(const std::string &table, bool has_iana_column)
+{
+    std::vector<std::vector<std::string>> out;
+    std::istringstream lines(table);
+    std::string line;
+    while (std::getline(lines, line)) {
+        std::istringstream words(line);
+        std::vector<std::string> w;
+        std::string word;
+        while (words >> word) w.push_back(word);
+        if (w.empty() || w[0] == "ID") continue;
+        if (has_iana_column && w.size() > 1) w.erase(w.begin() + 1);
+        out.push_back(w);
+    }
+    return out;
+}
+
 }  // namespace ciphertest

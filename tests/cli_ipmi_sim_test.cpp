@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "bmcsim_clients.h"
+#include "cipher_suites_testkit.h"
 #include "ipmi_sim_peer.h"
 #include "run_program.h"
 
@@ -21,25 +22,6 @@ using namespace std::chrono_literals;
 constexpr const char *kBmc = "127.0.3.30";
 
 bool contains(const std::string &text, const std::string &part) { return text.find(part) != std::string::npos; }
-
-// Rows of a cipher suite table, each as its words, the header left out;
-// ipmitool's IANA column dropped.
-std::vector<std::vector<std::string>> rows(const std::string &table, bool has_iana_column)
-{
-    std::vector<std::vector<std::string>> out;
-    std::istringstream lines(table);
-    std::string line;
-    while (std::getline(lines, line)) {
-        std::istringstream words(line);
-        std::vector<std::string> w;
-        std::string word;
-        while (words >> word) w.push_back(word);
-        if (w.empty() || w[0] == "ID") continue;
-        if (has_iana_column && w.size() > 1) w.erase(w.begin() + 1);
-        out.push_back(w);
-    }
-    return out;
-}
 
 class CliIpmiSim : public ::testing::Test {
 protected:
@@ -86,8 +68,8 @@ TEST_F(CliIpmiSim, ChannelCiphersAgreesWithIpmitool)
     ASSERT_EQ(theirs.exit_code, 0) << simtest::output(theirs) << peer_->log();
     // ipmitool reads at most four responses of records (twelve suites
     // here); what it prints is the start of the tool's list.
-    const auto listed = rows(mine.out, false);
-    const auto printed = rows(theirs.out, true);
+    const auto listed = ciphertest::table_rows(mine.out, false);
+    const auto printed = ciphertest::table_rows(theirs.out, true);
     ASSERT_GE(printed.size(), 4u) << theirs.out;
     ASSERT_GE(listed.size(), printed.size()) << mine.out << "\n" << theirs.out;
     EXPECT_EQ(std::vector<std::vector<std::string>>(listed.begin(), listed.begin() + static_cast<long>(printed.size())),
@@ -105,7 +87,7 @@ TEST_F(CliIpmiSim, WithoutSuiteTheStrongestListedIsTaken)
     ASSERT_FALSE(simtest::find_program("ipmitool").empty()) << "ipmitool is not installed (Debian package ipmitool)";
     const auto theirs = ipmitool_getciphers();
     ASSERT_EQ(theirs.exit_code, 0) << simtest::output(theirs);
-    const auto listed = rows(theirs.out, true);
+    const auto listed = ciphertest::table_rows(theirs.out, true);
     const bool has17 =
         std::any_of(listed.begin(), listed.end(), [](const auto &row) { return !row.empty() && row[0] == "17"; });
     const auto r = rmcpp({"--standard-keys", "--name-only", "session"});

@@ -21,6 +21,7 @@
 
 #include "bmcsim.h"
 #include "bmcsim_clients.h"
+#include "cipher_suites_testkit.h"
 #include "run_program.h"
 
 namespace {
@@ -171,38 +172,22 @@ TEST(CliNoPong, NoPingReachesABmcThatNeverAnswersPings)
 
 // ------------------------------------------------------ channel ciphers
 
-// Rows of a cipher suite table, each as its words, the header left out;
-// ipmitool's IANA column (N/A for the standard suites) dropped.
-std::vector<std::vector<std::string>> rows(const std::string &table, bool has_iana_column)
-{
-    std::vector<std::vector<std::string>> out;
-    std::istringstream lines(table);
-    std::string line;
-    while (std::getline(lines, line)) {
-        std::istringstream words(line);
-        std::vector<std::string> w;
-        std::string word;
-        while (words >> word) w.push_back(word);
-        if (w.empty() || w[0] == "ID") continue;
-        if (has_iana_column && w.size() > 1) w.erase(w.begin() + 1);
-        out.push_back(w);
-    }
-    return out;
-}
+// The tool's table of suites 0 to 3, as every simulator here offers them.
+constexpr const char *kSuites0To3Table = "ID   Auth Alg        Integrity Alg   Confidentiality Alg\n"
+                                         "0    none            none            none\n"
+                                         "1    hmac_sha1       none            none\n"
+                                         "2    hmac_sha1       hmac_sha1_96    none\n"
+                                         "3    hmac_sha1       hmac_sha1_96    aes_cbc_128\n";
 
 TEST_F(CliSuites, ChannelCiphersListsTheOfferedSuites)
 {
     const auto r = rmcpp(kBmc, {"channel", "ciphers"});
     EXPECT_EQ(r.exit_code, 0) << r.err;
     EXPECT_EQ(r.out,
-              "ID   Auth Alg        Integrity Alg   Confidentiality Alg\n"
-              "0    none            none            none\n"
-              "1    hmac_sha1       none            none\n"
-              "2    hmac_sha1       hmac_sha1_96    none\n"
-              "3    hmac_sha1       hmac_sha1_96    aes_cbc_128\n"
-              "15   hmac_sha256     none            none\n"
-              "16   hmac_sha256     sha256_128      none\n"
-              "17   hmac_sha256     sha256_128      aes_cbc_128\n");
+              std::string(kSuites0To3Table) +
+                  "15   hmac_sha256     none            none\n"
+                  "16   hmac_sha256     sha256_128      none\n"
+                  "17   hmac_sha256     sha256_128      aes_cbc_128\n");
     EXPECT_EQ(rmcpp("::1", {"channel", "ciphers", "14"}).out, r.out);
 }
 
@@ -211,11 +196,7 @@ TEST_F(CliOldBmc, ChannelCiphersListsSuites0To3)
     const auto r = rmcpp(kOldBmc, {"channel", "ciphers"});
     EXPECT_EQ(r.exit_code, 0) << r.err;
     EXPECT_EQ(r.out,
-              "ID   Auth Alg        Integrity Alg   Confidentiality Alg\n"
-              "0    none            none            none\n"
-              "1    hmac_sha1       none            none\n"
-              "2    hmac_sha1       hmac_sha1_96    none\n"
-              "3    hmac_sha1       hmac_sha1_96    aes_cbc_128\n");
+              kSuites0To3Table);
 }
 
 TEST_F(CliOldBmc, ChannelCiphersAsJson)
@@ -242,8 +223,9 @@ TEST_F(CliSuites, ChannelCiphersAgreesWithIpmitool)
                                               "ipmi"},
                                              30s);
     ASSERT_EQ(theirs.exit_code, 0) << simtest::output(theirs);
-    EXPECT_EQ(rows(mine.out, false), rows(theirs.out, true)) << mine.out << "\n" << theirs.out;
-    EXPECT_EQ(rows(mine.out, false).size(), 7u);
+    const auto listed = ciphertest::table_rows(mine.out, false);
+    EXPECT_EQ(listed, ciphertest::table_rows(theirs.out, true)) << mine.out << "\n" << theirs.out;
+    EXPECT_EQ(listed.size(), 7u);
 }
 
 // ------------------------------------- a BMC that ignores the suite query
