@@ -48,6 +48,7 @@ void read_units(Reader &r, SdrUnits &units)
 void read_sharing(Reader &r, SdrSharing &sharing)
 {
     const uint8_t first = r.u8();
+    sharing.direction = static_cast<uint8_t>(first >> 6);
     sharing.id_instance_modifier_type = static_cast<uint8_t>((first >> 4) & 0x03);
     sharing.share_count = static_cast<uint8_t>(first & 0x0F);
     const uint8_t second = r.u8();

@@ -123,8 +123,10 @@ struct SdrFullSensor {
     SdrIdString id;
 };
 
-// Record sharing bytes of compact and event-only records.
+// Record sharing bytes of compact and event-only records; the first also
+// carries the sensor direction.
 struct SdrSharing {
+    uint8_t direction = 0;                  // [7:6] of the first byte
     uint8_t id_instance_modifier_type = 0;  // 0 numeric, 1 alpha
     uint8_t share_count = 0;                // [3:0]
     bool entity_instance_increments = false;

@@ -43,7 +43,7 @@ const std::vector<uint8_t> compact_record = {
     0x67, 0x40, 0x08, 0x6F,
     0x0F, 0x40, 0x02, 0x01, 0x7F, 0x00,
     0xC0, 0x00, 0x00,              // no analog reading
-    0x13, 0x85,                    // alpha modifier, share count 3; increments, offset 5
+    0x93, 0x85,                    // direction 2, alpha modifier, share count 3; increments, offset 5
     0x04, 0x06,
     0x00, 0x00, 0x00,
     0x5A,
@@ -56,7 +56,7 @@ const std::vector<uint8_t> event_only_record = {
     0x22, 0x00, 0x70,
     0x03, 0x81,
     0x12, 0x6F,
-    0x02, 0x01,
+    0x42, 0x01,                    // direction 1, share count 2; offset 1
     0x00,
     0x11,
     0x83, 0xA1, 0x38, 0x92,
@@ -271,6 +271,7 @@ TEST(SdrCompactSensor, DecodesEveryField)
     EXPECT_EQ(s.units.rate, 0);
     EXPECT_EQ(s.units.modifier, 0);
     EXPECT_FALSE(s.units.percentage);
+    EXPECT_EQ(s.sharing.direction, 2);
     EXPECT_EQ(s.sharing.id_instance_modifier_type, 1);
     EXPECT_EQ(s.sharing.share_count, 3);
     EXPECT_TRUE(s.sharing.entity_instance_increments);
@@ -301,6 +302,9 @@ TEST(SdrEventOnly, DecodesKeyTypeAndPackedIdString)
     EXPECT_EQ(s.key.entity_instance, 1);
     EXPECT_EQ(s.sensor_type, 0x12);
     EXPECT_EQ(s.event_reading_type, 0x6F);
+    EXPECT_EQ(s.sharing.direction, 1);
+    EXPECT_EQ(s.sharing.id_instance_modifier_type, 0);
+    EXPECT_FALSE(s.sharing.entity_instance_increments);
     EXPECT_EQ(s.sharing.share_count, 2);
     EXPECT_EQ(s.sharing.id_instance_modifier_offset, 1);
     EXPECT_EQ(s.oem, 0x11);
