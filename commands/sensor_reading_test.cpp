@@ -305,3 +305,25 @@ TEST(SensorConversion, FactorsFromAFullSensorRecord)
     EXPECT_EQ(c.r_exp, -2);
     expect_close(convert(c, 0xF6), (-254.0 * -10 + 500.0 * 1000) * 0.01);
 }
+
+TEST(GetSensorReadingResponse, EveryLengthInItsOwnBuffer)
+{
+    // Lengths 0 to 8 of each byte pattern, in buffers of exactly that size.
+    for (size_t n = 0; n <= 8; ++n) {
+        for (unsigned fill = 0; fill < 256; fill += 51) {
+            std::vector<uint8_t> rsp(n, static_cast<uint8_t>(fill));
+            if (n) rsp[0] = 0;
+            SensorReading s;
+            const SensorReadingResult res = decode_get_sensor_reading(rsp.data(), rsp.size(), s);
+            const SensorReadingResult expected = n < 3    ? SensorReadingResult::truncated
+                                                 : n <= 5 ? SensorReadingResult::ok
+                                                          : SensorReadingResult::invalid;
+            EXPECT_EQ(res, expected) << n;
+            if (res == SensorReadingResult::ok) {
+                EXPECT_EQ(s.has_states, n >= 4);
+                EXPECT_EQ(s.has_states_high, n == 5);
+                EXPECT_EQ(s.raw, static_cast<uint8_t>(fill));
+            }
+        }
+    }
+}
