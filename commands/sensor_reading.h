@@ -11,8 +11,8 @@
 
 namespace rmcpp::commands {
 
-inline constexpr uint8_t netfn_sensor_event = 0x04;
-inline constexpr uint8_t cmd_get_sensor_reading = 0x2D;
+inline constexpr uint8_t get_sensor_reading_netfn = 0x04;
+inline constexpr uint8_t get_sensor_reading_cmd = 0x2D;
 
 // Writes the request data (the sensor number) and returns its length; 0 when
 // `capacity` has no room or the number is FFh, which is reserved.

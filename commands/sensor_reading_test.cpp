@@ -39,8 +39,8 @@ double convert(const SensorConversion &c, uint8_t raw)
 TEST(GetSensorReadingRequest, CarriesTheSensorNumber)
 {
     uint8_t buf[4] = {0xEE, 0xEE, 0xEE, 0xEE};
-    EXPECT_EQ(netfn_sensor_event, 0x04);
-    EXPECT_EQ(cmd_get_sensor_reading, 0x2D);
+    EXPECT_EQ(get_sensor_reading_netfn, 0x04);
+    EXPECT_EQ(get_sensor_reading_cmd, 0x2D);
     ASSERT_EQ(build_get_sensor_reading(0x30, buf, sizeof buf), 1u);
     EXPECT_EQ(buf[0], 0x30);
     EXPECT_EQ(buf[1], 0xEE);
