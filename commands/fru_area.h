@@ -42,7 +42,7 @@ struct FruDamage {
 
 // Bits 7:6 of a type/length byte.
 enum class FruFieldType : uint8_t {
-    binary = 0,    // binary or unspecified
+    binary = 0,    // binary, or type not given
     bcd_plus = 1,  // 0-9, space, dash, period
     ascii6 = 2,    // 6-bit packed ASCII
     text = 3,      // 8-bit ASCII + Latin 1 (English) or 2-byte Unicode
@@ -70,8 +70,8 @@ struct FruBoardArea {
     bool present = false;
     size_t offset = 0;
     uint8_t language = 0;
-    uint32_t mfg_minutes = 0;  // minutes since 1996-01-01 00:00 UTC; 0 = unspecified
-    int64_t mfg_unix = 0;      // the same as Unix seconds (0 when unspecified)
+    uint32_t mfg_minutes = 0;  // minutes since 1996-01-01 00:00 UTC; 0 = not given
+    int64_t mfg_unix = 0;      // the same as Unix seconds (0 when not given)
     FruField manufacturer;
     FruField product_name;
     FruField serial_number;

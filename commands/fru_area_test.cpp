@@ -237,7 +237,7 @@ TEST(FruImage, ManufacturingDate)
         return fru.board;
     };
     FruBoardArea b = board_date(0, 0, 0);
-    EXPECT_EQ(b.mfg_minutes, 0u);  // unspecified
+    EXPECT_EQ(b.mfg_minutes, 0u);  // not given
     EXPECT_EQ(b.mfg_unix, 0);
     b = board_date(1, 0, 0);
     EXPECT_EQ(b.mfg_unix, kFruEpochUnix + 60);
