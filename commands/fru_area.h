@@ -3,7 +3,8 @@
 //
 // decode_fru() never reads past the image. A damaged area is listed in
 // FruImage::damage (which area, what, where) and the other areas are still
-// decoded.
+// decoded. A header that is short, not version 1 or fails its checksum
+// gives no areas, as its offsets cannot be trusted.
 #pragma once
 
 #include <cstddef>

@@ -146,6 +146,12 @@ TEST(FruField, SixBitPackedAsciiTwoGroups)
     EXPECT_EQ(f.text, "ABCD1234");
 }
 
+TEST(FruField, SixBitPackedAsciiPunctuation)
+{
+    FruField f = field(0x86, {0x61, 0x88, 0x3A, 0x11, 0x43, 0x0D});
+    EXPECT_EQ(f.text, "AAH.1,4#");
+}
+
 TEST(FruField, SixBitPackedAsciiShortLastGroup)
 {
     // Two bytes hold two whole characters; the last four bits make none.

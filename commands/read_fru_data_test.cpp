@@ -260,6 +260,9 @@ TEST(FruChunkPlanner, NoProgressOrTooMuchFails)
     EXPECT_EQ(on_fru_chunk_response(plan, req, 0, 0), FruChunkOutcome::failed);
     EXPECT_EQ(on_fru_chunk_response(plan, req, 0, 33), FruChunkOutcome::failed);
     EXPECT_EQ(plan.offset, 0u);
+    // An answer to a request for another offset is not taken.
+    EXPECT_EQ(on_fru_chunk_response(plan, FruChunkRequest{8, 32}, 0, 32), FruChunkOutcome::failed);
+    EXPECT_EQ(plan.offset, 0u);
 }
 
 TEST(FruChunkPlanner, ParametersClamped)
