@@ -331,3 +331,35 @@ TEST(Timestamp, PreInitUnspecifiedAndReal)
     EXPECT_EQ(sel_timestamp_text(0xFFFFFFFF), "unspecified");
     EXPECT_EQ(sel_timestamp_text(0xFFFFFFFE), "2106-02-07T06:28:14Z");
 }
+
+TEST(SelRecord, EveryRecordTypeDecodesAndKeepsItsIdAndType)
+{
+    for (unsigned t = 0; t <= 0xFF; ++t) {
+        Bytes data(kSelRecordSize, static_cast<uint8_t>(t ^ 0x5A));
+        data[0] = 0x78;
+        data[1] = 0x56;
+        data[2] = static_cast<uint8_t>(t);
+        auto rec = decode_sel_record(data.data(), data.size());
+        ASSERT_TRUE(rec) << t;
+        EXPECT_EQ(rec->record_id, 0x5678);
+        EXPECT_EQ(rec->record_type, t);
+        EXPECT_EQ(rec->kind, sel_record_kind(static_cast<uint8_t>(t)));
+    }
+}
+
+TEST(Decoders, EveryLengthOfAnOversizedBufferIsSafe)
+{
+    // Each decoder accepts only its own lengths; the rest are refused
+    // without reading past the given length (checked under ASan).
+    const Bytes buffer(40, 0x02);
+    for (size_t n = 0; n <= buffer.size(); ++n) {
+        std::vector<uint8_t> exact(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(n));
+        const uint8_t *p = exact.empty() ? buffer.data() : exact.data();
+        EXPECT_EQ(decode_get_sel_info(p, n).has_value(), n == 14) << n;
+        EXPECT_EQ(decode_reserve_sel(p, n).has_value(), n == 2) << n;
+        EXPECT_EQ(decode_sel_record(p, n).has_value(), n == 16) << n;
+        EXPECT_EQ(decode_get_sel_entry(p, n).has_value(), n == 18) << n;
+        EXPECT_EQ(decode_get_sel_entry_chunk(p, n).has_value(), n >= 2 && n <= 18) << n;
+        EXPECT_EQ(decode_clear_sel(p, n).has_value(), false) << n;  // 02h is not a progress code
+    }
+}
