@@ -9,6 +9,7 @@ packages=(
   iproute2 util-linux procps file
   openipmi ipmitool freeipmi-tools
   clang libclang-rt-14-dev
+  libcli11-dev nlohmann-json3-dev libyaml-cpp-dev
 )
 
 missing=()
