@@ -14,6 +14,7 @@
 #include "decode.h"
 #include "options.h"
 #include "rmcpp.h"
+#include "session.h"
 #include "trace_log.h"
 
 namespace {
@@ -21,6 +22,7 @@ namespace {
 using cli::Bytes;
 using cli::Fields;
 using cli::Options;
+using cli::Session;
 
 // Lines of the library's log the error messages look for.
 constexpr const char *kRakp2KeyInvalid = "Received Key of RAKP Message 2 is invalid.\n\n";
@@ -35,12 +37,6 @@ std::string sentence(std::string text)
 
 // A hint for the BMC that never answers the presence ping.
 constexpr const char *kNoPingHint = "; if the BMC never answers presence pings, try --no-ping";
-
-// A hint for the first message of a suite 2 or 3 session in the library's
-// key mode that gets no answer: the BMC checks the integrity code with K1.
-constexpr const char *kStandardKeysHint =
-    "; the session was set up but its first message got no answer: the BMC probably keys the integrity code "
-    "the standard way (K1); try --standard-keys";
 
 int fail(const std::string &what, int code, const std::string &hint = "")
 {
@@ -118,151 +114,6 @@ void print_fields(const Options &o, const Fields &fields)
     for (const auto &f : fields) width = std::max(width, f.label.size());
     for (const auto &f : fields) std::printf("%-*s : %s\n", static_cast<int>(width), f.label.c_str(), f.text.c_str());
 }
-
-// ------------------------------------------------------------ a session
-
-// The options of every session and sessionless request: the tool's robust
-// defaults (kernel random source, strict peer, kernel-chosen local port)
-// unless a flag turns one back to the library's.
-RMCPP_SessionOptions session_options(const Options &o)
-{
-    RMCPP_SessionOptions so{};
-    so.size = sizeof so;
-    if (o.no_ping) so.flags |= RMCPP_OPT_NO_PING;
-    if (!o.port_range) so.flags |= RMCPP_OPT_KERNEL_PORT;
-    if (!o.lenient) so.flags |= RMCPP_OPT_STRICT_PEER;
-    so.host = o.host.c_str();
-    so.port = o.port;
-    so.key_mode = o.standard_keys ? RMCPP_KEYS_STANDARD : RMCPP_KEYS_LIBRARY;
-    so.random_source = o.library_random ? RMCPP_RANDOM_LIBRARY : RMCPP_RANDOM_KERNEL;
-    return so;
-}
-
-void fill_param(const Options &o, int suite, IPMI_SessionParam &p)
-{
-    std::memset(&p, 0, sizeof p);
-    p.port_option = o.port == 664 ? 1 : 0;
-    p.user_name = o.user.c_str();
-    p.user_password = o.password ? o.password->c_str() : nullptr;
-    p.privilege_level = o.privilege;
-    p.cipher_suite_id = suite;
-    p.user_lookup_option = o.name_only ? 1 : 0;
-    p.two_key_login_option = o.kg ? 1 : 0;
-    p.server_key = o.kg ? o.kg->c_str() : nullptr;
-    p.slave_address = o.target;
-    p.lun = o.lun;
-    p.local_port = 0;
-    p.retry_count = static_cast<uint16_t>(o.attempts);
-    p.timeout_sec = static_cast<uint16_t>(o.timeout);
-}
-
-// Failures of the suite query that no session could get past either.
-bool unreachable(int code)
-{
-    return code == RMCPP_ERR_RESOLVE || code == RMCPP_ERR_PING || code == RMCPP_ERR_SOCKET ||
-           code == RMCPP_ERR_BIND;
-}
-
-// Without -C: the strongest suite the channel offers, 17 before 3, and 3
-// when the BMC does not answer Get Channel Cipher Suites or offers neither.
-// Returns 0, or the result code of a failure that ends the run.
-int choose_suite(const Options &o, int &suite)
-{
-    suite = 3;
-    if (o.cipher_suite) {
-        suite = *o.cipher_suite;
-        return 0;
-    }
-    IPMI_SessionParam p;
-    fill_param(o, 3, p);
-    const RMCPP_SessionOptions so = session_options(o);
-    RMCPP_ChannelCipherSuites list{};
-    list.size = sizeof list;
-    const int r = rmcpp_get_channel_cipher_suites(&p, &so, 0x0E, &list);
-    if (unreachable(r)) return r;
-    // A list longer than the record holds still counts the suites that fit.
-    if (r != 0 && !(r == RMCPP_ERR_BUFFER && list.count > 0)) return 0;
-    const uint32_t count = std::min<uint32_t>(list.count, RMCPP_MAX_CIPHER_SUITES);
-    bool offers_17 = false;
-    for (uint32_t i = 0; i < count; ++i) offers_17 = offers_17 || list.suites[i].id == 17;
-    if (offers_17) suite = 17;
-    return 0;
-}
-
-class Session {
-public:
-    explicit Session(const Options &o) : o_(o) {}
-    ~Session()
-    {
-        if (open_) IPMI_CloseSession(&p_);
-    }
-
-    // Chooses the suite (asking the BMC when -C is not given) and sets the
-    // session up.
-    int open()
-    {
-        int r = choose_suite(o_, suite_);
-        if (r != 0) return r;
-        fill_param(o_, suite_, p_);
-        const RMCPP_SessionOptions so = session_options(o_);
-        r = rmcpp_setup_session(&p_, &so);
-        open_ = r == 0;
-        return r;
-    }
-
-    // One request/response exchange; fills the completion code and data.
-    int exchange(uint8_t netfn, uint8_t cmd, const Bytes &data, uint8_t &cc, Bytes &response)
-    {
-        const IPMI_MsgHeader h = {netfn, 0x81, cmd, 0, static_cast<uint8_t>(seq_++ & 0x3F),
-                                  static_cast<uint8_t>(netfn + 1), o_.target, o_.lun};
-        Bytes request(data.size() + 7);
-        int length = 0;
-        int r = MakeIPMIRequest(&h, data.data(), static_cast<int>(data.size()), request.data(),
-                                static_cast<int>(request.size()), &length);
-        if (r != 0) return r;
-        uint8_t buffer[1024];
-        uint32_t received = 0, released = 0;
-        r = IPMI_Message_IF(&p_, request.data(), static_cast<uint32_t>(length), buffer, sizeof buffer, &received, 0,
-                            &released, o_.attempts, o_.timeout);
-        if (released) open_ = false;
-        if (r == 0) answered_ = true;
-        if (r != 0) return r;
-        if (received < 8) return RMCPP_ERR_HEADER;
-        cc = buffer[6];
-        response.assign(buffer + 7, buffer + received - 1);
-        return 0;
-    }
-
-    int close()
-    {
-        if (!open_) return 0;
-        open_ = false;
-        const int r = IPMI_CloseSession(&p_);
-        if (r == 0) answered_ = true;
-        return r;
-    }
-
-    // What to add to a failure of this session's messages: a suite 2 or 3
-    // session in the library's key mode whose first message went
-    // unanswered most likely talks to a BMC that keys with K1.
-    std::string hint(int code) const
-    {
-        const bool no_answer = code == RMCPP_ERR_RETRY_OVER || code == RMCPP_ERR_TIMEOUT;
-        if (no_answer && !answered_ && (suite_ == 2 || suite_ == 3) && !o_.standard_keys) return kStandardKeysHint;
-        return "";
-    }
-
-    const IPMI_SessionParam &param() const { return p_; }
-    int suite() const { return suite_; }
-
-private:
-    const Options &o_;
-    IPMI_SessionParam p_{};
-    bool open_ = false;
-    bool answered_ = false;
-    int suite_ = 3;
-    unsigned seq_ = 1;
-};
 
 // Runs one request in a fresh session; the response data goes to `out`.
 int request(const Options &o, const std::string &what, uint8_t netfn, uint8_t cmd, const Bytes &data, Bytes &out)
