@@ -58,6 +58,12 @@ IpmiSimPeer::IpmiSimPeer(uint8_t last, std::vector<IpmiSimUser> users, bool per_
 }
 
 IpmiSimPeer::IpmiSimPeer(const std::string &address, std::vector<IpmiSimUser> users, bool per_message_auth)
+    : IpmiSimPeer(address, std::move(users), per_message_auth, "")
+{
+}
+
+IpmiSimPeer::IpmiSimPeer(const std::string &address, std::vector<IpmiSimUser> users, bool per_message_auth,
+                         const std::string &emulator_commands)
 {
     char pattern[] = "/tmp/rmcpp-ipmi-sim-XXXXXX";
     if (mkdtemp(pattern) == nullptr) throw std::runtime_error("mkdtemp");
@@ -86,6 +92,7 @@ IpmiSimPeer::IpmiSimPeer(const std::string &address, std::vector<IpmiSimUser> us
     std::ofstream cmds(dir_ + "/cmds");
     cmds << "mc_setbmc 0x20\n"
          << "mc_add 0x20 0 no-device-sdrs 0x23 9 8 0x9f 0x1291 0xf02\n"
+         << emulator_commands << (emulator_commands.empty() || emulator_commands.back() == '\n' ? "" : "\n")
          << "mc_enable 0x20\n";
     cmds.close();
 

@@ -25,6 +25,11 @@ public:
     IpmiSimPeer(uint8_t last, std::vector<IpmiSimUser> users, bool per_message_auth = true);
     // The same on any IPv4 loopback address, "127.0.5.3".
     IpmiSimPeer(const std::string &address, std::vector<IpmiSimUser> users, bool per_message_auth = true);
+    // The same, with further lines for ipmi_sim's emulator command file
+    // (main_sdr_add, sensor_add, mc_add_fru_data, sel_add, ...), run after
+    // the BMC at 0x20 is added and before it is enabled.
+    IpmiSimPeer(const std::string &address, std::vector<IpmiSimUser> users, bool per_message_auth,
+                const std::string &emulator_commands);
     ~IpmiSimPeer();
     IpmiSimPeer(const IpmiSimPeer &) = delete;
     IpmiSimPeer &operator=(const IpmiSimPeer &) = delete;
