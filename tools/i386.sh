@@ -75,8 +75,21 @@ if [ -n "${RMCPP_I386_UNPACK:-}" ] || [ "$sysroot" = unpack ]; then
   cp "$sysroot"/usr/include/i386-linux-gnu/openssl/* "$sysroot"/usr/include/openssl/
 fi
 
+# ------------------------------------------------------------ yaml-cpp
+# libyaml-cpp-dev cannot be installed for two architectures at once, so the
+# simulator's i386 build takes the i386 packages unpacked beside the build.
+yaml_root=$PWD/build-i386/yaml-cpp
+rm -rf "$yaml_root" build-i386/yaml-debs && mkdir -p "$yaml_root" build-i386/yaml-debs
+if ! (cd build-i386/yaml-debs &&
+      apt-get download -qq -o APT::Sandbox::User=root libyaml-cpp-dev:i386 libyaml-cpp0.7:i386); then
+  say "SKIPPED: the i386 yaml-cpp packages could not be downloaded"
+  exit 3
+fi
+for deb in build-i386/yaml-debs/*.deb; do dpkg-deb -x "$deb" "$yaml_root"; done
+
 # ------------------------------------------------------------ build and test
 options=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_FLAGS=-m32 -DCMAKE_CXX_FLAGS=-m32)
+options+=(-Dyaml-cpp_DIR="$yaml_root/usr/lib/i386-linux-gnu/cmake/yaml-cpp")
 # pkg-config would otherwise hand out the amd64 libraries' directories.
 export PKG_CONFIG_LIBDIR=/usr/lib/i386-linux-gnu/pkgconfig:/usr/share/pkgconfig
 if [ -n "$sysroot" ]; then
