@@ -24,7 +24,7 @@ CC=clang CXX=clang++ cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DRMCPP_FUZZ=ON -DRMCPP_SANITIZE=ON -DRMCPP_BUILD_BENCH=OFF >/dev/null
 cmake --build "$build" -j 2 --target fuzz_targets
 
-parsers=(pong auth_capa open_session rakp2 rakp4 session_packet ipmi_resp_head aes_pad_decrypt bmcsim bmcsim_config cli_decode channel_ciphers)
+parsers=(pong auth_capa open_session rakp2 rakp4 session_packet ipmi_resp_head aes_pad_decrypt bmcsim bmcsim_config cli_decode channel_ciphers sdr fru sel)
 run="$build/fuzz-run"
 rm -rf "$run"
 mkdir -p "$run"

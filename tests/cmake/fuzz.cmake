@@ -4,7 +4,7 @@
 # file of its corpus once, and CTest runs that replay (label fuzz).
 set(RMCPP_FUZZ_PARSERS
   pong auth_capa open_session rakp2 rakp4 session_packet ipmi_resp_head aes_pad_decrypt bmcsim bmcsim_config
-  cli_decode channel_ciphers)
+  cli_decode channel_ciphers sdr fru sel)
 set(RMCPP_FUZZ_DIR ${CMAKE_CURRENT_SOURCE_DIR}/fuzz)
 
 # The targets reach internal checks too, so they link the library's sources
@@ -39,6 +39,12 @@ target_compile_options(rmcpp_fuzz_bmcsim PRIVATE ${RMCPP_FUZZ_COMPILE})
 find_package(Threads REQUIRED)
 target_link_libraries(rmcpp_fuzz_bmcsim PUBLIC OpenSSL::Crypto Threads::Threads)
 
+# The everyday commands' decoders, built the same way.
+get_target_property(RMCPP_FUZZ_COMMANDS_SOURCES rmcpp_commands SOURCES)
+add_library(rmcpp_fuzz_commands STATIC ${RMCPP_FUZZ_COMMANDS_SOURCES})
+target_include_directories(rmcpp_fuzz_commands PUBLIC ${PROJECT_SOURCE_DIR}/commands PRIVATE ${PROJECT_SOURCE_DIR}/rmcp)
+target_compile_options(rmcpp_fuzz_commands PRIVATE ${RMCPP_FUZZ_COMPILE})
+
 foreach(parser ${RMCPP_FUZZ_PARSERS})
   set(target fuzz_${parser})
   add_executable(${target} ${RMCPP_FUZZ_DIR}/${target}.cpp ${RMCPP_FUZZ_DIR}/fuzz_quiet.cpp)
@@ -48,6 +54,9 @@ foreach(parser ${RMCPP_FUZZ_PARSERS})
   target_link_libraries(${target} PRIVATE rmcpp_fuzz_core)
   if(parser MATCHES "^bmcsim")
     target_link_libraries(${target} PRIVATE rmcpp_fuzz_bmcsim)
+  endif()
+  if(parser MATCHES "^(sdr|fru|sel)$")
+    target_link_libraries(${target} PRIVATE rmcpp_fuzz_commands)
   endif()
   if(parser STREQUAL "cli_decode")
     target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tools/cli/decode.cpp)
