@@ -1,5 +1,6 @@
 #include "decode.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace cli {
@@ -12,20 +13,11 @@ std::string hex(unsigned value, int digits)
     return text;
 }
 
-Field number(const std::string &label, const std::string &key, unsigned value)
-{
-    return {label, key, std::to_string(value), true};
-}
+Field number(const std::string &label, const std::string &key, unsigned value) { return {label, key, value}; }
 
-Field flag(const std::string &label, const std::string &key, bool value)
-{
-    return {label, key, value ? "true" : "false", true};
-}
+Field flag(const std::string &label, const std::string &key, bool value) { return {label, key, value}; }
 
-Field text(const std::string &label, const std::string &key, const std::string &value)
-{
-    return {label, key, value, false};
-}
+Field text(const std::string &label, const std::string &key, const std::string &value) { return {label, key, value}; }
 
 unsigned bcd(uint8_t b) { return (b >> 4) * 10u + (b & 0x0F); }
 
@@ -42,32 +34,21 @@ std::string hex_bytes(const Bytes &data)
     return out;
 }
 
-std::string json_string(const std::string &s)
+std::string field_text(const nlohmann::json &value)
 {
-    std::string out = "\"";
-    for (char c : s) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (static_cast<unsigned char>(c) < 0x20) {
-            char e[8];
-            std::snprintf(e, sizeof e, "\\u%04x", c);
-            out += e;
-        } else {
-            out += c;
-        }
-    }
-    return out + "\"";
+    return value.is_string() ? value.get<std::string>() : value.dump();
 }
 
-std::string json_object(const Fields &fields)
+Printed printed(const Fields &fields)
 {
-    std::string out = "{";
-    for (size_t i = 0; i < fields.size(); ++i) {
-        out += (i ? ", " : "") + json_string(fields[i].key) + ": ";
-        out += fields[i].number ? fields[i].text : json_string(fields[i].text);
+    Printed p{"", nlohmann::json::object()};
+    size_t width = 0;
+    for (const auto &f : fields) width = std::max(width, f.label.size());
+    for (const auto &f : fields) {
+        p.text += f.label + std::string(width - f.label.size(), ' ') + " : " + field_text(f.value) + "\n";
+        p.json[f.key] = f.value;
     }
-    return out + "}";
+    return p;
 }
 
 // Get Device ID (IPMI v2.0, 20.1): device ID, revision, firmware, IPMI
