@@ -1,6 +1,5 @@
 #include "decode.h"
 
-#include <algorithm>
 #include <cstdio>
 
 namespace cli {
@@ -37,18 +36,6 @@ std::string hex_bytes(const Bytes &data)
 std::string field_text(const nlohmann::json &value)
 {
     return value.is_string() ? value.get<std::string>() : value.dump();
-}
-
-Printed printed(const Fields &fields)
-{
-    Printed p{"", nlohmann::json::object()};
-    size_t width = 0;
-    for (const auto &f : fields) width = std::max(width, f.label.size());
-    for (const auto &f : fields) {
-        p.text += f.label + std::string(width - f.label.size(), ' ') + " : " + field_text(f.value) + "\n";
-        p.json[f.key] = f.value;
-    }
-    return p;
 }
 
 // Get Device ID (IPMI v2.0, 20.1): device ID, revision, firmware, IPMI

@@ -8,8 +8,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include "runner.h"
-
 namespace cli {
 
 using Bytes = std::vector<uint8_t>;
@@ -26,9 +24,6 @@ using Fields = std::vector<Field>;
 // true/false as JSON writes them.
 std::string field_text(const nlohmann::json &value);
 
-// "Label : value" lines, the labels padded to the longest, and the JSON
-// object of the same fields.
-Printed printed(const Fields &fields);
 
 // Each takes the response data after the completion code; nothing when it
 // is too short for the command.

@@ -1,5 +1,6 @@
 #include "tool_runner.h"
 
+#include <algorithm>
 #include <cctype>
 #include <map>
 #include <optional>
@@ -48,6 +49,18 @@ std::string meaning(int code)
 }
 
 }  // namespace
+
+Printed printed(const Fields &fields)
+{
+    Printed p{"", nlohmann::json::object()};
+    size_t width = 0;
+    for (const auto &f : fields) width = std::max(width, f.label.size());
+    for (const auto &f : fields) {
+        p.text += f.label + std::string(width - f.label.size(), ' ') + " : " + field_text(f.value) + "\n";
+        p.json[f.key] = f.value;
+    }
+    return p;
+}
 
 const char *result_name(int code)
 {

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <string>
 
+#include "decode.h"
 #include "options.h"
 #include "runner.h"
 
@@ -29,6 +30,10 @@ struct Failure {
     std::string text() const;           // without "rmcpp: " and the newline
     nlohmann::json json() const;        // {"code": ..., "name": ..., "message": ...}
 };
+
+// "Label : value" lines, the labels padded to the longest, and the JSON
+// object of the same fields.
+Printed printed(const Fields &fields);
 
 // Lines of the library's log the error messages look for (watch them).
 extern const char *const kRakp2KeyInvalid;
