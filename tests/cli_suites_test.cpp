@@ -19,6 +19,8 @@
 #include <thread>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "bmcsim.h"
 #include "bmcsim_clients.h"
 #include "cipher_suites_testkit.h"
@@ -203,14 +205,19 @@ TEST_F(CliOldBmc, ChannelCiphersAsJson)
 {
     const auto r = rmcpp(kOldBmc, {"--json", "channel", "ciphers"});
     EXPECT_EQ(r.exit_code, 0) << r.err;
-    EXPECT_EQ(r.out,
-              "{\"channel\": 14, \"cipher_suites\": ["
-              "{\"id\": 0, \"authentication\": \"none\", \"integrity\": \"none\", \"confidentiality\": \"none\"}, "
-              "{\"id\": 1, \"authentication\": \"hmac_sha1\", \"integrity\": \"none\", \"confidentiality\": \"none\"}, "
-              "{\"id\": 2, \"authentication\": \"hmac_sha1\", \"integrity\": \"hmac_sha1_96\", "
-              "\"confidentiality\": \"none\"}, "
-              "{\"id\": 3, \"authentication\": \"hmac_sha1\", \"integrity\": \"hmac_sha1_96\", "
-              "\"confidentiality\": \"aes_cbc_128\"}]}\n");
+    const auto suite = [](int id, const char *authentication, const char *integrity, const char *confidentiality) {
+        return nlohmann::json{{"id", id},
+                              {"authentication", authentication},
+                              {"integrity", integrity},
+                              {"confidentiality", confidentiality}};
+    };
+    EXPECT_EQ(nlohmann::json::parse(r.out),
+              nlohmann::json({{"channel", 14},
+                              {"cipher_suites",
+                               {suite(0, "none", "none", "none"), suite(1, "hmac_sha1", "none", "none"),
+                                suite(2, "hmac_sha1", "hmac_sha1_96", "none"),
+                                suite(3, "hmac_sha1", "hmac_sha1_96", "aes_cbc_128")}}}))
+        << r.out;
 }
 
 TEST_F(CliSuites, ChannelCiphersAgreesWithIpmitool)

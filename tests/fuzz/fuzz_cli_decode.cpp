@@ -1,7 +1,7 @@
 // The rmcpp tool's decoders of response data (after the completion code):
 // Get Device ID, Get Self Test Results and Get Chassis Status, and their
-// JSON rendering. Option byte 0 picks the decoder (0..2, taken modulo 3).
-// A JSON object must come out without a raw control character.
+// text and JSON rendering. Option byte 0 picks the decoder (0..2, taken
+// modulo 3). The JSON object must come out without a raw control character.
 #include "decode.h"
 #include "fuzz_support.h"
 
@@ -18,7 +18,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     }
     (void)cli::hex_bytes(response);
     if (!fields) return 0;
-    const std::string json = cli::json_object(*fields);
+    nlohmann::json object = nlohmann::json::object();
+    for (const auto &f : *fields) {
+        (void)cli::field_text(f.value);
+        object[f.key] = f.value;
+    }
+    const std::string json = object.dump();
     for (char c : json)
         if (static_cast<unsigned char>(c) < 0x20) __builtin_trap();
     return 0;

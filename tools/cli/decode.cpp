@@ -12,20 +12,11 @@ std::string hex(unsigned value, int digits)
     return text;
 }
 
-Field number(const std::string &label, const std::string &key, unsigned value)
-{
-    return {label, key, std::to_string(value), true};
-}
+Field number(const std::string &label, const std::string &key, unsigned value) { return {label, key, value}; }
 
-Field flag(const std::string &label, const std::string &key, bool value)
-{
-    return {label, key, value ? "true" : "false", true};
-}
+Field flag(const std::string &label, const std::string &key, bool value) { return {label, key, value}; }
 
-Field text(const std::string &label, const std::string &key, const std::string &value)
-{
-    return {label, key, value, false};
-}
+Field text(const std::string &label, const std::string &key, const std::string &value) { return {label, key, value}; }
 
 unsigned bcd(uint8_t b) { return (b >> 4) * 10u + (b & 0x0F); }
 
@@ -42,32 +33,9 @@ std::string hex_bytes(const Bytes &data)
     return out;
 }
 
-std::string json_string(const std::string &s)
+std::string field_text(const nlohmann::json &value)
 {
-    std::string out = "\"";
-    for (char c : s) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (static_cast<unsigned char>(c) < 0x20) {
-            char e[8];
-            std::snprintf(e, sizeof e, "\\u%04x", c);
-            out += e;
-        } else {
-            out += c;
-        }
-    }
-    return out + "\"";
-}
-
-std::string json_object(const Fields &fields)
-{
-    std::string out = "{";
-    for (size_t i = 0; i < fields.size(); ++i) {
-        out += (i ? ", " : "") + json_string(fields[i].key) + ": ";
-        out += fields[i].number ? fields[i].text : json_string(fields[i].text);
-    }
-    return out + "}";
+    return value.is_string() ? value.get<std::string>() : value.dump();
 }
 
 // Get Device ID (IPMI v2.0, 20.1): device ID, revision, firmware, IPMI

@@ -6,18 +6,24 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 namespace cli {
 
 using Bytes = std::vector<uint8_t>;
 
-// One line of output: "Label : text" in text mode, "key": value in JSON.
+// One line of output: "Label : value" in text mode, "key": value in JSON.
 struct Field {
     std::string label;
     std::string key;
-    std::string text;
-    bool number = false;  // text is a JSON number or literal (true/false)
+    nlohmann::json value;  // a string, a number or true/false
 };
 using Fields = std::vector<Field>;
+
+// The value as the text output shows it: strings as they are, numbers and
+// true/false as JSON writes them.
+std::string field_text(const nlohmann::json &value);
+
 
 // Each takes the response data after the completion code; nothing when it
 // is too short for the command.
@@ -26,7 +32,5 @@ std::optional<Fields> decode_self_test(const Bytes &data);
 std::optional<Fields> decode_chassis_status(const Bytes &data);
 
 std::string hex_bytes(const Bytes &data);
-std::string json_string(const std::string &text);
-std::string json_object(const Fields &fields);
 
 }  // namespace cli

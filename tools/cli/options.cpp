@@ -8,62 +8,9 @@
 #include <fstream>
 #include <map>
 
+#include "password.h"
+
 namespace cli {
-
-std::string usage()
-{
-    return R"(usage: rmcpp [options] COMMAND [ARGUMENTS]
-
-Talks to a BMC over IPMI v2.0 / RMCP+ (UDP).
-
-Options:
-  -H HOST        BMC: IPv4 address, IPv6 address (::1 or [::1]) or host name
-  -p PORT        UDP port of the BMC, 1..65535 (default 623)
-  -U USER        user name (up to 16 characters; empty for anonymous)
-  -P PASSWORD    password (up to 20 characters)
-  -E             take the password from the IPMI_PASSWORD environment variable
-  -f FILE        take the password from the first line of FILE
-  -k KG          BMC key Kg for two-key login
-  -C SUITE       cipher suite 0, 1, 2, 3, 15, 16 or 17; without -C the BMC
-                 is asked (Get Channel Cipher Suites) and the strongest it
-                 offers is taken: 17, else 3; 3 when it does not answer
-  -L PRIVILEGE   CALLBACK, USER, OPERATOR, ADMINISTRATOR, OEM, or 0 for the
-                 highest level the BMC grants (default 0)
-  --name-only    name-only user look-up
-  -R COUNT       attempts per request (default 3)
-  -N SECONDS     wait per attempt (default 2)
-  -t ADDRESS     target (responder) slave address (default 0x20)
-  --lun LUN      target LUN 0..3 (default 0)
-  --standard-keys
-                 derive K1 and K2 as IPMI v2.0 defines them (for BMCs that
-                 key the integrity code with K1; suites 1..3)
-  --no-ping      skip the ASF presence ping (for BMCs that never answer it)
-  --library-random
-                 take session IDs, Rm and IVs from the library's generator
-                 instead of the kernel's random source
-  --lenient      end an exchange at the first bad datagram instead of
-                 dropping it and waiting on (strict peer checks)
-  --port-range   bind the first free local port of 7001..7099 instead of
-                 one the kernel chooses
-  -v             show the library's log lines on standard error
-  --json         print results as JSON
-  --version      show the tool's and the library's version
-  -h, --help     show this text
-
-Commands:
-  ping                              ASF presence ping
-  session                           establish a session, show it, close it
-  raw NETFN CMD [DATA...]           send one IPMI request, print the response
-  mc info                           Get Device ID, decoded
-  mc selftest                       Get Self Test Results, decoded
-  chassis status                    Get Chassis Status, decoded
-  chassis power status|on|off|cycle|reset|soft
-  channel ciphers [CHANNEL]         cipher suites the channel offers
-                                    (default: the channel asked over)
-
-The exit status is 0 on success and 1 on any failure (2 for a usage error).
-)";
-}
 
 std::optional<uint8_t> parse_byte(const std::string &text)
 {
@@ -97,17 +44,6 @@ std::optional<int> parse_int(const std::string &text, int low, int high)
     const long v = std::strtol(text.c_str(), &end, 0);
     if (*end != '\0' || errno != 0 || v < low || v > high) return std::nullopt;
     return static_cast<int>(v);
-}
-
-std::optional<int> parse_privilege(const std::string &text)
-{
-    static const std::map<std::string, int> names = {{"0", 0},        {"CALLBACK", 1}, {"USER", 2},
-                                                     {"OPERATOR", 3}, {"ADMINISTRATOR", 4}, {"OEM", 5}};
-    std::string upper;
-    for (char c : text) upper += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    const auto it = names.find(upper);
-    if (it == names.end()) return std::nullopt;
-    return it->second;
 }
 
 std::optional<int> parse_suite(const std::string &text)
@@ -157,92 +93,120 @@ bool valid_host(const std::string &host)
     return host_name(host);
 }
 
-Parsed parse(int argc, char **argv, Options &o, std::string &problem)
+std::optional<int> parse_privilege(const std::string &text)
 {
-    std::vector<std::string> args(argv + 1, argv + argc);
-    bool password_from_env = false;
-    std::optional<std::string> password_file;
-    auto refuse = [&](std::string text) {
-        problem = std::move(text);
-        return Parsed::UsageError;
+    static const std::map<std::string, int> names = {
+        {"CALLBACK", 1}, {"USER", 2}, {"OPERATOR", 3}, {"ADMINISTRATOR", 4}, {"OEM", 5}};
+    std::string upper;
+    for (char c : text) upper += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    const auto it = names.find(upper);
+    if (it != names.end()) return it->second;
+    return parse_int(text, 0, 5);
+}
+
+void add_options(CLI::App &app, OptionText &t, Options &o)
+{
+    const auto into = [](std::optional<std::string> &slot) {
+        return [&slot](const std::string &value) { slot = value; };
     };
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string &a = args[i];
-        if (a == "-h" || a == "--help") return Parsed::Help;
-        if (a == "--version") return Parsed::Version;
-        if (a == "--name-only") { o.name_only = true; continue; }
-        if (a == "--standard-keys") { o.standard_keys = true; continue; }
-        if (a == "--no-ping") { o.no_ping = true; continue; }
-        if (a == "--library-random") { o.library_random = true; continue; }
-        if (a == "--lenient") { o.lenient = true; continue; }
-        if (a == "--port-range") { o.port_range = true; continue; }
-        if (a == "-v") { o.verbose = true; continue; }
-        if (a == "--json") { o.json = true; continue; }
-        if (a == "-E") { password_from_env = true; continue; }
-        if (a == "-H" || a == "-p" || a == "-U" || a == "-P" || a == "-f" || a == "-k" || a == "-C" || a == "-L" ||
-            a == "-R" || a == "-N" || a == "-t" || a == "--lun") {
-            if (i + 1 >= args.size()) return refuse("option " + a + " needs a value");
-            const std::string &v = args[++i];
-            if (a == "-H") {
-                if (!valid_host(v)) return refuse("not an IPv4 or IPv6 address or host name: " + v);
-                o.host = v;
-            } else if (a == "-p") {
-                const auto port = parse_int(v, 1, 65535);
-                if (!port) return refuse("port must be 1..65535: " + v);
-                o.port = static_cast<uint16_t>(*port);
-            } else if (a == "-U") {
-                o.user = v;
-            } else if (a == "-P") {
-                o.password = v;
-            } else if (a == "-f") {
-                password_file = v;
-            } else if (a == "-k") {
-                o.kg = v;
-            } else if (a == "-C") {
-                const auto s = parse_suite(v);
-                if (!s) return refuse("cipher suite must be 0, 1, 2, 3, 15, 16 or 17: " + v);
-                o.cipher_suite = *s;
-            } else if (a == "-L") {
-                const auto p = parse_privilege(v);
-                if (!p) return refuse("unknown privilege level: " + v);
-                o.privilege = *p;
-            } else if (a == "-R") {
-                const auto n = parse_int(v, 1, 255);
-                if (!n) return refuse("attempts must be 1..255: " + v);
-                o.attempts = *n;
-            } else if (a == "-N") {
-                const auto n = parse_int(v, 1, 255);
-                if (!n) return refuse("seconds must be 1..255: " + v);
-                o.timeout = *n;
-            } else if (a == "-t") {
-                const auto t = parse_byte(v);
-                if (!t) return refuse("target address must be a byte: " + v);
-                o.target = *t;
-            } else {
-                const auto l = parse_int(v, 0, 3);
-                if (!l) return refuse("LUN must be 0..3: " + v);
-                o.lun = static_cast<uint8_t>(*l);
-            }
-            continue;
-        }
-        if (a.size() > 1 && a[0] == '-' && o.command.empty()) return refuse("unknown option: " + a);
-        o.command.push_back(a);
+    app.add_option_function<std::string>("-H", into(t.host), "BMC: IPv4, IPv6 (::1 or [::1]) or host name");
+    app.add_option_function<std::string>("-p", into(t.port), "UDP port of the BMC (623)");
+    app.add_option_function<std::string>("-U", into(t.user), "user name");
+    app.add_option_function<std::string>("-P", into(t.password), "password");
+    app.add_flag("-a", t.password_prompt, "ask for the password");
+    app.add_flag("-E", t.password_from_env, "password from IPMI_PASSWORD");
+    app.add_option_function<std::string>("-f", into(t.password_file), "password from the file's first line");
+    app.add_option_function<std::string>("-k", into(t.kg), "BMC key Kg");
+    app.add_option_function<std::string>("-C", into(t.suite), "cipher suite");
+    app.add_option_function<std::string>("-L", into(t.privilege), "privilege level");
+    app.add_option_function<std::string>("-R", into(t.attempts), "attempts per request");
+    app.add_option_function<std::string>("-N", into(t.timeout), "seconds per attempt");
+    app.add_option_function<std::string>("-t", into(t.target), "target slave address");
+    app.add_option_function<std::string>("--lun", into(t.lun), "target LUN");
+    app.add_flag("--name-only", o.name_only, "name-only user look-up");
+    app.add_flag("--standard-keys", o.standard_keys, "K1 and K2 as IPMI v2.0 derives them");
+    app.add_flag("--no-ping", o.no_ping, "skip the presence ping");
+    app.add_flag("--library-random", o.library_random, "the library's random generator");
+    app.add_flag("--lenient", o.lenient, "no strict peer checks");
+    app.add_flag("--port-range", o.port_range, "local port from 7001..7099");
+    app.add_flag("-v", o.verbose, "the library's log on standard error");
+    app.add_flag("--json", o.json, "print results as JSON");
+}
+
+namespace {
+
+// The password from the first of -a, -f, -E, -P given.
+std::string resolve_password(const OptionText &t, Options &o)
+{
+    std::string problem;
+    std::optional<std::string> password = t.password;
+    if (t.password_from_env) password = password_from_environment(problem);
+    if (problem.empty() && t.password_file) password = password_from_file(*t.password_file, problem);
+    if (problem.empty() && t.password_prompt) password = password_from_terminal(problem);
+    if (!problem.empty()) return problem;
+    o.password = password;
+    return "";
+}
+
+}  // namespace
+
+std::string check(const OptionText &t, Options &o)
+{
+    if (!t.host) return "no BMC given (-H HOST)";
+    if (!valid_host(*t.host)) return "not an IPv4 or IPv6 address or host name: " + *t.host;
+    o.host = *t.host;
+    if (t.port) {
+        const auto port = parse_int(*t.port, 1, 65535);
+        if (!port) return "port must be 1..65535: " + *t.port;
+        o.port = static_cast<uint16_t>(*port);
     }
-    if (password_from_env) {
-        const char *p = std::getenv("IPMI_PASSWORD");
-        if (p == nullptr) return refuse("-E given but IPMI_PASSWORD is not set");
-        o.password = p;
+    if (t.user) {
+        if (t.user->size() > kMaxUserName)
+            return "user name is " + std::to_string(t.user->size()) + " characters long; at most " +
+                   std::to_string(kMaxUserName) + " are allowed";
+        o.user = *t.user;
     }
-    if (password_file) {
-        std::ifstream in(*password_file);
-        if (!in) return refuse("cannot read password file " + *password_file);
-        std::string line;
-        std::getline(in, line);
-        o.password = line;
+    if (t.kg) {
+        if (t.kg->size() > kMaxPassword)
+            return "Kg is " + std::to_string(t.kg->size()) + " characters long; at most " +
+                   std::to_string(kMaxPassword) + " are allowed";
+        o.kg = t.kg;
     }
-    if (o.command.empty()) return refuse("no command given");
-    if (o.host.empty()) return refuse("no BMC given (-H HOST)");
-    return Parsed::Run;
+    if (t.suite) {
+        const auto s = parse_suite(*t.suite);
+        if (!s) return "cipher suite must be 0, 1, 2, 3, 15, 16 or 17: " + *t.suite;
+        o.cipher_suite = *s;
+    }
+    if (t.privilege) {
+        const auto p = parse_privilege(*t.privilege);
+        if (!p) return "unknown privilege level: " + *t.privilege;
+        o.privilege = *p;
+    }
+    if (t.attempts) {
+        const auto n = parse_int(*t.attempts, 1, 255);
+        if (!n) return "attempts must be 1..255: " + *t.attempts;
+        o.attempts = *n;
+    }
+    if (t.timeout) {
+        const auto n = parse_int(*t.timeout, 1, 255);
+        if (!n) return "seconds must be 1..255: " + *t.timeout;
+        o.timeout = *n;
+    }
+    if (t.target) {
+        const auto a = parse_byte(*t.target);
+        if (!a) return "target address must be a byte: " + *t.target;
+        o.target = *a;
+    }
+    if (t.lun) {
+        const auto l = parse_int(*t.lun, 0, 3);
+        if (!l) return "LUN must be 0..3: " + *t.lun;
+        o.lun = static_cast<uint8_t>(*l);
+    }
+    if (const std::string problem = resolve_password(t, o); !problem.empty()) return problem;
+    if (o.password && o.password->size() > kMaxPassword)
+        return "password is " + std::to_string(o.password->size()) + " characters long; at most " +
+               std::to_string(kMaxPassword) + " are allowed";
+    return "";
 }
 
 }  // namespace cli

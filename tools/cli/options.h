@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include <CLI/CLI.hpp>
+
 namespace cli {
 
 struct Options {
@@ -15,7 +17,7 @@ struct Options {
     std::optional<std::string> password;
     std::optional<std::string> kg;
     std::optional<int> cipher_suite; // none: ask the BMC and take the strongest
-    int privilege = 0;               // 0: the highest the BMC grants
+    int privilege = 4;               // ADMINISTRATOR, as ipmitool asks; 0: the highest the BMC grants
     bool name_only = false;
     int attempts = 3;
     int timeout = 2;
@@ -28,18 +30,34 @@ struct Options {
     bool port_range = false;         // local port from 7001..7099 instead of the kernel's choice
     bool verbose = false;
     bool json = false;
-    std::vector<std::string> command;
 };
 
-// What parse() found: run the command, show the help or the version, or a
-// usage error (its text in `problem`).
-enum class Parsed { Run, Help, Version, UsageError };
+// The options as typed; check() turns them into Options.
+struct OptionText {
+    std::optional<std::string> host, port, user, password, password_file, kg, suite, privilege, attempts, timeout,
+        target, lun;
+    bool password_from_env = false;
+    bool password_prompt = false;
+};
 
-Parsed parse(int argc, char **argv, Options &out, std::string &problem);
-std::string usage();
+// Adds the global options to the tool's command line; their values land in
+// `text` and `o` (the flags).
+void add_options(CLI::App &app, OptionText &text, Options &o);
+
+// Checks the typed values and fills `o`: the password from -E, -f or the
+// prompt of -a included. Returns the usage error, empty when all is well.
+std::string check(const OptionText &text, Options &o);
+
+// Limits of the session's fields (IPMI v2.0: user name 16 bytes, password
+// and Kg 20).
+constexpr size_t kMaxUserName = 16;
+constexpr size_t kMaxPassword = 20;
 
 // Parses a byte written as decimal or 0x-prefixed hex; ipmitool-style.
 std::optional<uint8_t> parse_byte(const std::string &text);
+
+// CALLBACK, USER, OPERATOR, ADMINISTRATOR, OEM in any case, or 0..5.
+std::optional<int> parse_privilege(const std::string &text);
 
 // True for an IPv4 or IPv6 literal (bare or in brackets) or a well-formed
 // host name.

@@ -1,0 +1,57 @@
+// The rmcpp tool's command line: its options, its commands and their help.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "options.h"
+#include "tool_runner.h"
+
+namespace cli {
+
+// Adds the command groups of runner.h: sdr, sensor, sel, fru, user and lan
+// to app, bootdev and bootparam to chassis, info to channel.
+void register_command_groups(CLI::App &app, CLI::App &chassis, CLI::App &channel, Runner &runner);
+
+class Tool {
+public:
+    explicit Tool(std::FILE *out = stdout, std::FILE *err = stderr);
+
+    // Parses the command line and runs the command; returns the exit status
+    // (0 done, 1 the BMC or the network failed, 2 usage error).
+    int run(int argc, char **argv);
+    int run(std::vector<std::string> args);  // without the program name
+
+    CLI::App &app() { return *app_; }
+
+    // What `rmcpp ARGS --help` shows (ARGS: the command path).
+    std::string help(const std::vector<std::string> &command);
+
+    // Every command path: {"ping"}, {"chassis"}, {"chassis", "power"}, ...
+    std::vector<std::vector<std::string>> commands() const;
+
+    // The text of `rmcpp --help`.
+    std::string overview() const;
+
+private:
+    void add_commands();
+    void after_parse();
+    std::string synopsis(const CLI::App &command, const std::string &path) const;
+
+    std::FILE *out_;
+    Options o_;
+    OptionText text_;
+    ToolRunner runner_;
+    std::unique_ptr<CLI::App> app_;
+    CLI::App *chassis_ = nullptr;
+    CLI::App *channel_ = nullptr;
+    bool version_ = false;
+    // Arguments of the built-in commands.
+    std::string netfn_, cmd_;
+    std::vector<std::string> raw_data_, channel_args_;
+};
+
+}  // namespace cli
