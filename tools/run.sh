@@ -124,7 +124,7 @@ cat > "$build/run-with-simulator.sh" <<'INNER'
 set -u
 build=$1 address=$2
 log=$build/bmcsim.log
-"$build/tools/bmcsim/rmcpp-bmcsim" --address "$address" --user admin:password:4 > "$log" 2>&1 &
+"$build/tools/bmcsim/rmcpp-bmcsim" --config tools/bmcsim/run.conf --address "$address" > "$log" 2>&1 &
 sim=$!
 trap 'kill $sim 2>/dev/null; wait $sim 2>/dev/null || true' EXIT
 for _ in $(seq 100); do
