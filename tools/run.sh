@@ -35,37 +35,42 @@ fi
 
 # cmake's progress, condensed: on a terminal one line rewritten in place,
 # otherwise a line per quarter of each target's way; a line per target
-# built; compiler diagnostics in full.
+# built; compiler diagnostics in full. (Read line by line in the shell, so
+# each line shows as soon as cmake prints it.)
 condense() {
-  awk -v tty="$1" '
-    function show(percent, what) {
-      if (percent < last) next_step = 0
-      last = percent
-      if (tty) { printf "\r\033[K    [%3d%%] %s", percent, what; shown = 1; fflush() }
-      else if (percent >= next_step) {
-        printf "    [%3d%%] %s\n", percent, what; fflush()
-        while (next_step <= percent) next_step += 25
-      }
-    }
-    function end_line() { if (shown) { printf "\r\033[K"; shown = 0 } }
-    BEGIN { next_step = 0; last = 0 }
-    /warning:|error:|Error [0-9]/ { end_line(); print "    " $0; fflush(); next }
-    /^\[ *[0-9]+%\] Built target / { if (!seen[$NF]++) { end_line(); print "    built " $NF; fflush() } next }
-    match($0, /^\[ *[0-9]+%\]/) {
-      percent = substr($0, 2, RLENGTH - 3) + 0
-      what = substr($0, RLENGTH + 2)
-      sub(/^Building (C|CXX) object /, "compiling ", what)
-      gsub(/CMakeFiles\/[^\/]*\.dir\//, "", what)
-      sub(/\.o$/, "", what)
-      sub(/^Linking (C|CXX) /, "linking ", what)
-      show(percent, what)
-      next
-    }
-    match($0, /^\[[0-9]+\/[0-9]+\]/) {
-      split(substr($0, 2, RLENGTH - 2), n, "/")
-      show(int(100 * n[1] / n[2]), substr($0, RLENGTH + 2))
-    }
-    END { end_line() }'
+  local tty=$1 line percent what next_step=0 last=0 shown=0
+  local -A seen=()
+  end_line() { if [ "$shown" -eq 1 ]; then printf '\r\033[K'; shown=0; fi; }
+  while IFS= read -r line; do
+    case $line in
+      *warning:* | *error:* | *"Error "[0-9]*) end_line; printf '    %s\n' "$line"; continue ;;
+    esac
+    if [[ $line =~ ^\[\ *[0-9]+%\]\ Built\ target\ (.*)$ ]]; then
+      what=${BASH_REMATCH[1]}
+      [ -n "${seen[$what]:-}" ] || { end_line; printf '    built %s\n' "$what"; }
+      seen[$what]=1
+      continue
+    elif [[ $line =~ ^\[\ *([0-9]+)%\]\ (.*)$ ]]; then
+      percent=$((10#${BASH_REMATCH[1]})) what=${BASH_REMATCH[2]}
+    elif [[ $line =~ ^\[([0-9]+)/([0-9]+)\]\ (.*)$ ]]; then
+      percent=$((100 * BASH_REMATCH[1] / BASH_REMATCH[2])) what=${BASH_REMATCH[3]}
+    else
+      continue
+    fi
+    [[ $what =~ ^Building\ (C|CXX)\ object\ (.*)$ ]] && what="compiling ${BASH_REMATCH[2]%.o}"
+    [[ $what =~ ^Linking\ (C|CXX)\ (.*)$ ]] && what="linking ${BASH_REMATCH[2]}"
+    while [[ $what =~ ^(.*)CMakeFiles/[^/]*\.dir/(.*)$ ]]; do what=${BASH_REMATCH[1]}${BASH_REMATCH[2]}; done
+    [ "$percent" -lt "$last" ] && next_step=0
+    last=$percent
+    if [ "$tty" -eq 1 ]; then
+      printf '\r\033[K    [%3d%%] %s' "$percent" "$what"
+      shown=1
+    elif [ "$percent" -ge "$next_step" ]; then
+      printf '    [%3d%%] %s\n' "$percent" "$what"
+      while [ "$next_step" -le "$percent" ]; do next_step=$((next_step + 25)); done
+    fi
+  done
+  end_line
 }
 
 stage "building the library, the rmcpp tool and the simulator (a few minutes the first time)"
