@@ -25,6 +25,8 @@ for expected in "==> checking the Debian packages" "==> building the library, th
   grep -qF -- "$expected" <<<"$out" || fail "run.sh did not print: $expected"
 done
 [ "$(grep -c '^\$ rmcpp ' <<<"$out")" -eq 16 ] || fail "the tour did not run 16 steps"
+before_tour=$(sed '/^==> starting the bundled BMC simulator/q' <<<"$out" | wc -l)
+[ "$before_tour" -le 40 ] || fail "run.sh printed $before_tour lines before starting the simulator"
 
 echo "--- UDP port 623 on 127.0.16.2 already taken"
 "$build_dir/tools/bmcsim/rmcpp-bmcsim" --address 127.0.16.2 > "$build_dir/run_sh_blocker.log" 2>&1 &
