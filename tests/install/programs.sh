@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # cmake --install gives the rmcpp tool, the rmcpp-bmcsim simulator, the
-# library, the header and both man pages; the installed programs run
-# without LD_LIBRARY_PATH, the tool against the simulator.
+# library, the header and both man pages; the installed programs find the
+# installed library without LD_LIBRARY_PATH, and the tool runs against the
+# simulator.
 # Usage: programs.sh BUILD_DIR WORK_DIR ADDRESS
 set -u
 build=$1 work=$2 address=$3
@@ -9,7 +10,12 @@ if [ "$(id -u)" -ne 0 ]; then
   echo "needs root (or a user namespace) to bind UDP port 623; skipped"
   exit 77
 fi
-unset LD_LIBRARY_PATH
+# librmcpp must come through the programs' RPATH: drop any directory that
+# holds one from LD_LIBRARY_PATH (others, such as an i386 OpenSSL, stay).
+kept=()
+IFS=: read -ra dirs <<<"${LD_LIBRARY_PATH:-}"
+for d in "${dirs[@]}"; do [ -n "$d" ] && [ ! -e "$d/librmcpp.so.1" ] && kept+=("$d"); done
+if [ ${#kept[@]} -gt 0 ]; then LD_LIBRARY_PATH=$(IFS=:; echo "${kept[*]}"); export LD_LIBRARY_PATH; else unset LD_LIBRARY_PATH; fi
 failures=0
 fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
 sim=
