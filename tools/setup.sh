@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   build-essential cmake pkg-config
   libssl-dev libgtest-dev libgmock-dev libbenchmark-dev
-  iproute2 util-linux procps file
+  iproute2 util-linux procps file man-db groff-base
   openipmi ipmitool freeipmi-tools
   clang libclang-rt-14-dev
   libcli11-dev nlohmann-json3-dev libyaml-cpp-dev
