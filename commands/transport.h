@@ -47,4 +47,8 @@ public:
 // exchange fails or the completion code is not 00h.
 Bytes call(Transport &t, const std::string &step, uint8_t netfn, uint8_t cmd, const Bytes &data);
 
+// What call() does with a reply already received: its data, or the
+// CommandError call() would throw.
+Bytes call_replied(Reply reply, const std::string &step);
+
 }  // namespace rmcpp::commands
