@@ -8,12 +8,12 @@ namespace rmcpp::commands {
 namespace {
 
 constexpr uint8_t threshold_event_reading_type = 0x01;
-constexpr uint8_t cc_sensor_not_present = 0xCB;
 constexpr uint8_t init_scanning_enabled = 0x02;  // sensor initialization: scanning enabled
 
 bool wanted(uint8_t type, SdrFilter filter)
 {
     switch (filter) {
+    case SdrFilter::sensors: return type == sdr_type_full_sensor || type == sdr_type_compact_sensor;
     case SdrFilter::all:
         return type == sdr_type_full_sensor || type == sdr_type_compact_sensor || type == sdr_type_event_only;
     case SdrFilter::full: return type == sdr_type_full_sensor;
@@ -51,8 +51,11 @@ void read_sensor(Transport &t, SensorListEntry &e)
         return;
     }
     const Reply reply = t.exchange(get_sensor_reading_netfn, get_sensor_reading_cmd, Bytes(request, request + 1));
-    if (reply.result == 0 && reply.completion_code == cc_sensor_not_present) {
+    // A sensor the BMC cannot read (CBh, or another refusal of this one
+    // sensor) has no reading; the list goes on.
+    if (reply.result == 0 && reply.completion_code != 0) {
         e.state = SensorState::no_reading;
+        e.completion_code = reply.completion_code;
         return;
     }
     const Bytes data = call_replied(reply, "Get Sensor Reading");
@@ -129,9 +132,10 @@ SensorListEntry full_entry(Transport &t, const Bytes &record)
         return e;
     }
     read_sensor(t, e);
-    if (e.state != SensorState::reading || !e.threshold_based) return e;
+    if (!e.threshold_based) return e;
+    // The thresholds are there to read even when the reading is not.
     const SensorConversion c = sensor_conversion(s);
-    e.reading = converted(c, e.raw);
+    if (e.state == SensorState::reading) e.reading = converted(c, e.raw);
     e.thresholds = threshold_values(c, thresholds_of(t, s));
     return e;
 }

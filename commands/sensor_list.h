@@ -16,11 +16,13 @@
 
 namespace rmcpp::commands {
 
-enum class SdrFilter : uint8_t { all, full, compact, event };
+// sensors: full and compact records (what "sdr list" shows without a type);
+// all: event-only records too.
+enum class SdrFilter : uint8_t { sensors, all, full, compact, event };
 
 enum class SensorState : uint8_t {
     reading,     // the BMC gave a reading (or states)
-    no_reading,  // reading unavailable, scanning disabled, or CBh (not present)
+    no_reading,  // reading unavailable, scanning disabled, or refused (CBh: not present)
     disabled,    // the record says the sensor is not scanned
     event_only,  // an event-only record: nothing to read
 };
@@ -40,6 +42,7 @@ struct SensorListEntry {
     uint8_t event_reading_type = 0;
     bool threshold_based = false;  // event/reading type 01h
     SensorState state = SensorState::reading;
+    uint8_t completion_code = 0;  // of Get Sensor Reading, when it refused (CBh: not present)
     std::optional<double> reading;  // threshold sensors with an analog reading
     uint8_t raw = 0;
     std::string unit;  // "degrees C", "RPM"; "discrete" for discrete sensors

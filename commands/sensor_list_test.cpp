@@ -93,6 +93,8 @@ TEST(SensorList, FilterKeepsOneRecordType)
         for (const auto &e : sensor_list(t, records, f)) n.push_back(e.name);
         return n;
     };
+    EXPECT_EQ(names(SdrFilter::sensors), (std::vector<std::string>{"CPU Temp", "FAN1", "PS1 Status"}));
+    EXPECT_EQ(names(SdrFilter::all), (std::vector<std::string>{"CPU Temp", "FAN1", "PS1 Status", "Watchdog"}));
     EXPECT_EQ(names(SdrFilter::full), (std::vector<std::string>{"CPU Temp", "FAN1"}));
     EXPECT_EQ(names(SdrFilter::compact), (std::vector<std::string>{"PS1 Status"}));
     EXPECT_EQ(names(SdrFilter::event), (std::vector<std::string>{"Watchdog"}));
@@ -107,11 +109,15 @@ TEST(SensorList, UnavailableReadingScanningOffAndAbsentSensorHaveNoReading)
     ScriptedTransport t;
     bmc.attach(t);
     const auto list = sensor_list(t, SdrFilter::all);
+    EXPECT_EQ(list[2].completion_code, 0xCB);
     for (size_t i = 0; i < 3; ++i) {
         EXPECT_EQ(list[i].state, SensorState::no_reading) << list[i].name;
         EXPECT_FALSE(list[i].reading) << list[i].name;
         EXPECT_EQ(sensor_status_text(list[i]), "ns") << list[i].name;
     }
+    // A threshold sensor's thresholds are read all the same.
+    ASSERT_TRUE(list[0].thresholds.unc);
+    EXPECT_DOUBLE_EQ(*list[0].thresholds.unc, 38.0);
 }
 
 TEST(SensorList, RecordWithScanningOffIsDisabledAndNotRead)
@@ -140,18 +146,34 @@ TEST(SensorList, RecordThresholdsServeWhenGetSensorThresholdsIsRefused)
     EXPECT_DOUBLE_EQ(*list[0].thresholds.ucr, 25.0);
 }
 
-TEST(SensorList, OtherCompletionCodeOfAReadingStops)
+TEST(SensorList, OtherCompletionCodeOfAReadingIsKeptAndTheListGoesOn)
 {
     FakeSdrBmc bmc = machine();
-    bmc.sensors[0x20].completion_code = 0xC3;
+    bmc.sensors[0x20].completion_code = 0xCC;
     ScriptedTransport t;
     bmc.attach(t);
+    const auto list = sensor_list(t, SdrFilter::all);
+    ASSERT_EQ(list.size(), 4u);
+    EXPECT_EQ(list[1].state, SensorState::no_reading);
+    EXPECT_EQ(list[1].completion_code, 0xCC);
+    EXPECT_EQ(list[2].state, SensorState::reading);
+}
+
+TEST(SensorList, FailedExchangeOfAReadingStops)
+{
+    FakeSdrBmc bmc = machine();
+    ScriptedTransport t;
+    t.answer = [&](const testkit::Request &rq) {
+        if (rq.cmd == get_sensor_reading_cmd && rq.data[0] == 0x20) return Reply{-5, 0, {}};
+        return bmc.answer(rq);
+    };
     try {
         sensor_list(t, SdrFilter::all);
         FAIL() << "no error";
     } catch (const CommandError &e) {
         EXPECT_EQ(e.step, "Get Sensor Reading");
-        EXPECT_EQ(e.completion_code, 0xC3);
+        EXPECT_EQ(e.kind, CommandError::Kind::exchange);
+        EXPECT_EQ(e.result, -5);
     }
 }
 

@@ -24,7 +24,7 @@ TEST(PlatformFile, SampleLoadsEverySensor)
 {
     Config c;
     bmcsim::load_platform_file(BMCSIM_SAMPLE_PLATFORM, c);
-    ASSERT_EQ(c.sensors.size(), 6u);
+    ASSERT_EQ(c.sensors.size(), 7u);
     const auto &cpu = c.sensors[0];
     EXPECT_EQ(cpu.name, "CPU Temp");
     EXPECT_EQ(cpu.number, 0x01);
@@ -40,9 +40,10 @@ TEST(PlatformFile, SampleLoadsEverySensor)
     EXPECT_EQ(c.sensors[2].reading.kind, bmcsim::SensorWave::Kind::random_walk);
     EXPECT_EQ(c.sensors[2].reading.seed, 7u);
     EXPECT_EQ(c.sensors[3].r_exp, -2);
-    EXPECT_EQ(c.sensors[5].event_reading_type, 0x6F);
-    EXPECT_EQ(c.sensors[5].sensor_type, 0x08);
-    EXPECT_EQ(c.sensors[5].states, 0x0001);
+    EXPECT_TRUE(c.sensors[5].unavailable);
+    EXPECT_EQ(c.sensors[6].event_reading_type, 0x6F);
+    EXPECT_EQ(c.sensors[6].sensor_type, 0x08);
+    EXPECT_EQ(c.sensors[6].states, 0x0001);
 }
 
 TEST(PlatformFile, NamesAndNumbersAlike)

@@ -76,7 +76,7 @@ std::unique_ptr<bmcsim::ChildProcess> SdrBmcsim::sim_;
 TEST_F(SdrBmcsim, SampleSensorsAsOurListHasThem)
 {
     const auto list = ours(rmcpp::commands::SdrFilter::all);
-    ASSERT_EQ(list.size(), 6u);
+    ASSERT_EQ(list.size(), 7u);
     EXPECT_EQ(list[0].name, "CPU Temp");
     EXPECT_EQ(list[0].unit, "degrees C");
     EXPECT_EQ(list[1].name, "Inlet Temp");
@@ -85,13 +85,15 @@ TEST_F(SdrBmcsim, SampleSensorsAsOurListHasThem)
     EXPECT_EQ(list[3].name, "12V");
     ASSERT_TRUE(list[3].reading);
     EXPECT_NEAR(*list[3].reading, 12.06, 1e-9);
-    EXPECT_EQ(list[5].name, "PSU1 Status");
-    EXPECT_EQ(list[5].discrete_states, 0x0001);
+    EXPECT_EQ(list[5].name, "PCH Temp");
+    EXPECT_EQ(list[5].state, rmcpp::commands::SensorState::no_reading);
+    EXPECT_EQ(list[6].name, "PSU1 Status");
+    EXPECT_EQ(list[6].discrete_states, 0x0001);
 }
 
 TEST_F(SdrBmcsim, SameAsIpmitoolSdrList)
 {
-    auto [list, r] = steady(rmcpp::commands::SdrFilter::all, [] { return ipmitool({"sdr", "list"}); });
+    auto [list, r] = steady(rmcpp::commands::SdrFilter::sensors, [] { return ipmitool({"sdr", "list"}); });
     ASSERT_EQ(r.exit_code, 0) << r.out << r.err;
     sdrtest::expect_as_ipmitool_sdr_list(list, r.out);
 }
@@ -100,7 +102,7 @@ TEST_F(SdrBmcsim, SameAsIpmitoolSdrListFullAndCompact)
 {
     auto [full, rf] = steady(rmcpp::commands::SdrFilter::full, [] { return ipmitool({"sdr", "list", "full"}); });
     ASSERT_EQ(rf.exit_code, 0) << rf.out << rf.err;
-    EXPECT_EQ(full.size(), 5u);
+    EXPECT_EQ(full.size(), 6u);
     sdrtest::expect_as_ipmitool_sdr_list(full, rf.out);
     auto [compact, rc] = steady(rmcpp::commands::SdrFilter::compact, [] { return ipmitool({"sdr", "list", "compact"}); });
     ASSERT_EQ(rc.exit_code, 0) << rc.out << rc.err;

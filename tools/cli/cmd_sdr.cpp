@@ -22,7 +22,8 @@ using rmcpp::commands::SensorState;
 
 std::optional<SdrFilter> filter_named(const std::string &name)
 {
-    if (name.empty() || name == "all") return SdrFilter::all;
+    if (name.empty()) return SdrFilter::sensors;
+    if (name == "all") return SdrFilter::all;
     if (name == "full") return SdrFilter::full;
     if (name == "compact") return SdrFilter::compact;
     if (name == "event") return SdrFilter::event;
@@ -116,8 +117,8 @@ void add_sdr_commands(CLI::App &app, Runner &runner)
     sdr->alias("sensor");
     sdr->require_subcommand(1);
     CLI::App *list = sdr->add_subcommand("list", "the sensors with their readings and status");
-    auto kind = std::make_shared<std::string>("all");
-    list->add_option("type", *kind, "all (default), full, compact or event records");
+    auto kind = std::make_shared<std::string>();
+    list->add_option("type", *kind, "all, full, compact or event records (default: full and compact)");
     list->callback([&runner, kind] {
         const auto filter = filter_named(*kind);
         if (!filter) return runner.usage_error("sdr list: unknown record type '" + *kind + "' (all, full, compact, event)");

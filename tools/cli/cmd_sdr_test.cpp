@@ -46,10 +46,19 @@ struct Tool {
     }
 };
 
-TEST(SdrList, PrintsIpmitoolsLayout)
+TEST(SdrList, WithoutATypeListsFullAndCompactRecords)
 {
     Tool tool;
     cli::testkit::parse(tool.app, {"sdr", "list"});
+    ASSERT_TRUE(tool.runner.printed);
+    EXPECT_EQ(tool.runner.printed->json.size(), 3u);
+    EXPECT_EQ(tool.runner.printed->text.find("Watchdog"), std::string::npos);
+}
+
+TEST(SdrList, PrintsIpmitoolsLayout)
+{
+    Tool tool;
+    cli::testkit::parse(tool.app, {"sdr", "list", "all"});
     ASSERT_TRUE(tool.runner.printed) << (tool.runner.error ? tool.runner.error->what() : "");
     EXPECT_EQ(tool.runner.sessions, (std::vector<std::string>{"sdr list"}));
     EXPECT_EQ(tool.runner.printed->text,
@@ -62,7 +71,7 @@ TEST(SdrList, PrintsIpmitoolsLayout)
 TEST(SdrList, JsonCarriesTheSameValuesAsNumbers)
 {
     Tool tool;
-    cli::testkit::parse(tool.app, {"sdr", "list"});
+    cli::testkit::parse(tool.app, {"sdr", "list", "all"});
     ASSERT_TRUE(tool.runner.printed);
     const auto &j = tool.runner.printed->json;
     ASSERT_TRUE(j.is_array());
