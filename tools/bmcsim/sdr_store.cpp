@@ -23,8 +23,8 @@ double SensorWave::at(uint64_t ms) const
         return value + amplitude * std::sin(2 * M_PI * static_cast<double>((ms + phase_ms) % period_ms) / period);
     }
     case Kind::random_walk: {
-        // Step n draws from a generator seeded with (seed, n): any step can
-        // be had without walking from the start twice.
+        // Replayed from the start with the seed, so a time always gives the
+        // same value; the walk stops after 100000 steps.
         const uint64_t steps = ms / (period_ms ? period_ms : 1);
         double v = value;
         std::mt19937 gen(seed);
