@@ -50,7 +50,8 @@ void read_sensor(Transport &t, SensorListEntry &e)
         e.state = SensorState::no_reading;
         return;
     }
-    const Reply reply = t.exchange(get_sensor_reading_netfn, get_sensor_reading_cmd, Bytes(request, request + 1));
+    const Reply reply =
+        t.exchange_lun(e.owner_lun, get_sensor_reading_netfn, get_sensor_reading_cmd, Bytes(request, request + 1));
     // A sensor the BMC cannot read (CBh, or another refusal of this one
     // sensor) has no reading; the list goes on.
     if (reply.result == 0 && reply.completion_code != 0) {
@@ -93,8 +94,8 @@ SensorThresholdValues threshold_values(const SensorConversion &c, const SensorTh
 SensorThresholds thresholds_of(Transport &t, const SdrFullSensor &s)
 {
     SensorThresholds th;
-    const Reply reply =
-        t.exchange(get_sensor_reading_netfn, get_sensor_thresholds_cmd, build_get_sensor_thresholds(s.key.number));
+    const Reply reply = t.exchange_lun(s.key.owner_lun, get_sensor_reading_netfn, get_sensor_thresholds_cmd,
+                                       build_get_sensor_thresholds(s.key.number));
     if (reply.result == 0 && reply.completion_code == 0) {
         if (!decode_get_sensor_thresholds(reply.data, th))
             malformed("Get Sensor Thresholds", "the answer is not 7 bytes");

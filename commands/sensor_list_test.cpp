@@ -82,6 +82,27 @@ TEST(SensorList, ConvertsFullSensorReadingsAndThresholds)
     EXPECT_EQ(sensor_status_text(list[3]), "ns");
 }
 
+TEST(SensorList, SensorsAreReadAtTheirOwnerLun)
+{
+    FakeSdrBmc bmc;
+    SdrFullSensor s = cpu_temp();
+    s.key.owner_lun = 2;
+    bmc.records.push_back(encode_sdr_full_sensor(s));
+    bmc.sensors[0x10].reading = {130, 0xC0, 0x00};
+    ScriptedTransport t;
+    bmc.attach(t);
+    const auto list = sensor_list(t, SdrFilter::all);
+    ASSERT_EQ(list.size(), 1u);
+    EXPECT_EQ(list[0].owner_lun, 2);
+    int sensor_requests = 0;
+    for (const auto &rq : t.asked) {
+        if (rq.netfn != get_sensor_reading_netfn) continue;
+        ++sensor_requests;
+        EXPECT_EQ(rq.lun, 2);
+    }
+    EXPECT_EQ(sensor_requests, 2);  // the reading and the thresholds
+}
+
 TEST(SensorList, FilterKeepsOneRecordType)
 {
     FakeSdrBmc bmc = machine();

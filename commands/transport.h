@@ -23,6 +23,16 @@ class Transport {
 public:
     virtual ~Transport() = default;
     virtual Reply exchange(uint8_t netfn, uint8_t cmd, const Bytes &data) = 0;
+
+    // The same addressed to one LUN of the BMC (a sensor's owner LUN). A
+    // transport that cannot address LUNs serves LUN 0 and fails others
+    // with result unaddressable_lun.
+    virtual Reply exchange_lun(uint8_t lun, uint8_t netfn, uint8_t cmd, const Bytes &data)
+    {
+        if (lun == 0) return exchange(netfn, cmd, data);
+        return {unaddressable_lun, 0, {}};
+    }
+    static constexpr int unaddressable_lun = -100;
 };
 
 // Why a procedure stopped: the exchange failed (result), the BMC refused a
