@@ -72,6 +72,7 @@ RecordRead read_record(Transport &t, uint16_t reservation, uint16_t id, uint8_t 
     record = r.data;
     const size_t total = sdr_header_length + header.length;
     while (record.size() < total) {
+        if (record.size() > 0xFF) malformed("Get SDR", "record " + hex4(id) + ": longer than offsets reach");
         rq.offset = static_cast<uint8_t>(record.size());
         rq.count = static_cast<uint8_t>(std::min<size_t>(piece, total - record.size()));
         cc = get_sdr(t, rq, r);

@@ -169,6 +169,25 @@ TEST(ReadSdrRepository, NextIdThatLoopsIsAnInconsistentRepository)
     }
 }
 
+TEST(ReadSdrRepository, LongestRecordReadsWhileOffsetsReach)
+{
+    FakeSdrBmc bmc;
+    Bytes record{0x01, 0x00, 0x51, 0xC0, 0xFF};  // an OEM record of 255 bytes after the header
+    record.resize(5 + 255, 0xAB);
+    bmc.records.push_back(record);
+    bmc.max_read = 255;
+    ScriptedTransport t;
+    bmc.attach(t);
+    SdrReadLimits limits;
+    limits.piece = 255;  // header, then 255 bytes from offset 5: the last 4 would sit past offset 255
+    EXPECT_EQ(read_sdr_repository(t, limits), bmc.records);  // 5 + 255 reaches every byte
+    limits.piece = 100;
+    EXPECT_EQ(read_sdr_repository(t, limits), bmc.records);
+    // One byte at a time the last bytes would need offsets past FFh.
+    limits.piece = 1;
+    EXPECT_THROW(read_sdr_repository(t, limits), CommandError);
+}
+
 TEST(ReadSdrRepository, ShortAnswerIsMalformed)
 {
     FakeSdrBmc bmc = three_records();
