@@ -13,6 +13,7 @@ struct Request {
     uint8_t netfn = 0;
     uint8_t cmd = 0;
     Bytes data;
+    uint8_t lun = 0;
     bool operator==(const Request &) const = default;
 };
 
@@ -28,7 +29,12 @@ public:
 
     Reply exchange(uint8_t netfn, uint8_t cmd, const Bytes &data) override
     {
-        asked.push_back({netfn, cmd, data});
+        return exchange_lun(0, netfn, cmd, data);
+    }
+
+    Reply exchange_lun(uint8_t lun, uint8_t netfn, uint8_t cmd, const Bytes &data) override
+    {
+        asked.push_back({netfn, cmd, data, lun});
         if (answer) return answer(asked.back());
         if (replies.empty()) return {-1, 0, {}};
         Reply r = std::move(replies.front());

@@ -89,7 +89,107 @@ SdrResult open_record(const uint8_t *data, size_t length, uint8_t type, size_t f
     return SdrResult::ok;
 }
 
+using rmcpp::wire::Writer;
+
+void write_sensor_key(Writer &w, const SdrSensorKey &key)
+{
+    w.u8(static_cast<uint8_t>((key.owner_id << 1) | (key.owner_is_software ? 1 : 0)));
+    w.u8(static_cast<uint8_t>(((key.channel & 0x0F) << 4) | (key.owner_lun & 0x03)));
+    w.u8(key.number);
+}
+
+void write_entity(Writer &w, const SdrSensorKey &key)
+{
+    w.u8(key.entity_id);
+    w.u8(static_cast<uint8_t>((key.entity_logical ? 0x80 : 0) | (key.entity_instance & 0x7F)));
+}
+
+void write_units(Writer &w, const SdrUnits &u)
+{
+    w.u8(static_cast<uint8_t>((static_cast<uint8_t>(u.analog_format) << 6) | ((u.rate & 0x07) << 3) |
+                              ((u.modifier & 0x03) << 1) | (u.percentage ? 1 : 0)));
+    w.u8(u.base_unit).u8(u.modifier_unit);
+}
+
+void write_sharing(Writer &w, const SdrSharing &s)
+{
+    w.u8(static_cast<uint8_t>(((s.direction & 0x03) << 6) | ((s.id_instance_modifier_type & 0x03) << 4) |
+                              (s.share_count & 0x0F)));
+    w.u8(static_cast<uint8_t>((s.entity_instance_increments ? 0x80 : 0) | (s.id_instance_modifier_offset & 0x7F)));
+}
+
+void write_id_string(Writer &w, const SdrIdString &id)
+{
+    w.u8(static_cast<uint8_t>((static_cast<uint8_t>(id.type) << 6) | (id.raw.size() & 0x1F)));
+    w.bytes(id.raw.data(), id.raw.size());
+}
+
+bool fits_signed(int value, unsigned bits)
+{
+    const int limit = 1 << (bits - 1);
+    return value >= -limit && value < limit;
+}
+
+// Writes the header with the length of what follows it; `body` is the
+// record's size after the header.
+void write_header(const SdrHeader &h, uint8_t type, std::vector<uint8_t> &out, size_t body)
+{
+    Writer w(out.data(), out.size());
+    w.u16le(h.record_id).u8(h.version).u8(type).u8(static_cast<uint8_t>(body));
+}
+
 }  // namespace
+
+std::vector<uint8_t> encode_sdr_full_sensor(const SdrFullSensor &s)
+{
+    if (s.id.raw.size() > sdr_id_string_max || !fits_signed(s.m, 10) || !fits_signed(s.b, 10) ||
+        !fits_signed(s.r_exp, 4) || !fits_signed(s.b_exp, 4) || s.accuracy > 0x3FF || s.tolerance > 0x3F)
+        return {};
+    const size_t body = full_sensor_fixed + s.id.raw.size();
+    std::vector<uint8_t> out(sdr_header_length + body);
+    write_header(s.header, sdr_type_full_sensor, out, body);
+    Writer w(out.data() + sdr_header_length, body);
+    write_sensor_key(w, s.key);
+    write_entity(w, s.key);
+    w.u8(s.initialization).u8(s.capabilities).u8(s.sensor_type).u8(s.event_reading_type);
+    w.u16le(s.assertion_mask).u16le(s.deassertion_mask).u16le(s.reading_mask);
+    write_units(w, s.units);
+    w.u8(static_cast<uint8_t>(s.linearization & 0x7F));
+    const auto m = static_cast<uint16_t>(s.m) & 0x3FFu;
+    const auto b = static_cast<uint16_t>(s.b) & 0x3FFu;
+    w.u8(static_cast<uint8_t>(m)).u8(static_cast<uint8_t>(((m >> 8) << 6) | (s.tolerance & 0x3F)));
+    w.u8(static_cast<uint8_t>(b)).u8(static_cast<uint8_t>(((b >> 8) << 6) | (s.accuracy & 0x3F)));
+    w.u8(static_cast<uint8_t>(((s.accuracy >> 6) << 4) | ((s.accuracy_exp & 0x03) << 2) | (s.direction & 0x03)));
+    w.u8(static_cast<uint8_t>(((static_cast<uint8_t>(s.r_exp) & 0x0F) << 4) | (static_cast<uint8_t>(s.b_exp) & 0x0F)));
+    w.u8(static_cast<uint8_t>((s.nominal_specified ? 0x01 : 0) | (s.normal_max_specified ? 0x02 : 0) |
+                              (s.normal_min_specified ? 0x04 : 0)));
+    w.u8(s.nominal_reading).u8(s.normal_max).u8(s.normal_min).u8(s.sensor_max).u8(s.sensor_min);
+    w.u8(s.upper_non_recoverable).u8(s.upper_critical).u8(s.upper_non_critical);
+    w.u8(s.lower_non_recoverable).u8(s.lower_critical).u8(s.lower_non_critical);
+    w.u8(s.positive_hysteresis).u8(s.negative_hysteresis);
+    w.fill(0, 2).u8(s.oem);
+    write_id_string(w, s.id);
+    return w.ok() ? out : std::vector<uint8_t>{};
+}
+
+std::vector<uint8_t> encode_sdr_compact_sensor(const SdrCompactSensor &s)
+{
+    if (s.id.raw.size() > sdr_id_string_max) return {};
+    const size_t body = compact_sensor_fixed + s.id.raw.size();
+    std::vector<uint8_t> out(sdr_header_length + body);
+    write_header(s.header, sdr_type_compact_sensor, out, body);
+    Writer w(out.data() + sdr_header_length, body);
+    write_sensor_key(w, s.key);
+    write_entity(w, s.key);
+    w.u8(s.initialization).u8(s.capabilities).u8(s.sensor_type).u8(s.event_reading_type);
+    w.u16le(s.assertion_mask).u16le(s.deassertion_mask).u16le(s.reading_mask);
+    write_units(w, s.units);
+    write_sharing(w, s.sharing);
+    w.u8(s.positive_hysteresis).u8(s.negative_hysteresis);
+    w.fill(0, 3).u8(s.oem);
+    write_id_string(w, s.id);
+    return w.ok() ? out : std::vector<uint8_t>{};
+}
 
 std::string sdr_unpack_6bit_ascii(const uint8_t *data, size_t length)
 {

@@ -165,6 +165,13 @@ SdrResult decode_sdr_full_sensor(const uint8_t *data, size_t length, SdrFullSens
 SdrResult decode_sdr_compact_sensor(const uint8_t *data, size_t length, SdrCompactSensor &out);
 SdrResult decode_sdr_event_only(const uint8_t *data, size_t length, SdrEventOnly &out);
 
+// Encoders, the decoders' twins: the whole record, header included. The
+// header's record length is computed; the ID string is written from `raw`
+// with its type. Empty when a field does not fit (an ID string over 16
+// bytes, M or B outside 10 bits, exponents outside 4 bits).
+std::vector<uint8_t> encode_sdr_full_sensor(const SdrFullSensor &record);
+std::vector<uint8_t> encode_sdr_compact_sensor(const SdrCompactSensor &record);
+
 // Sign-extends the low `bits` bits of a two's complement field.
 constexpr int32_t sdr_sign_extend(uint32_t value, unsigned bits)
 {

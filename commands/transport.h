@@ -23,6 +23,16 @@ class Transport {
 public:
     virtual ~Transport() = default;
     virtual Reply exchange(uint8_t netfn, uint8_t cmd, const Bytes &data) = 0;
+
+    // The same addressed to one LUN of the BMC (a sensor's owner LUN). A
+    // transport that cannot address LUNs serves LUN 0 and fails others
+    // with result unaddressable_lun.
+    virtual Reply exchange_lun(uint8_t lun, uint8_t netfn, uint8_t cmd, const Bytes &data)
+    {
+        if (lun == 0) return exchange(netfn, cmd, data);
+        return {unaddressable_lun, 0, {}};
+    }
+    static constexpr int unaddressable_lun = -100;
 };
 
 // Why a procedure stopped: the exchange failed (result), the BMC refused a
@@ -46,5 +56,9 @@ public:
 // Sends one request and returns its data; throws CommandError when the
 // exchange fails or the completion code is not 00h.
 Bytes call(Transport &t, const std::string &step, uint8_t netfn, uint8_t cmd, const Bytes &data);
+
+// What call() does with a reply already received: its data, or the
+// CommandError call() would throw.
+Bytes call_replied(Reply reply, const std::string &step);
 
 }  // namespace rmcpp::commands

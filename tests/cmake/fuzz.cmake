@@ -37,7 +37,8 @@ add_library(rmcpp_fuzz_bmcsim STATIC ${RMCPP_FUZZ_SIM_SOURCES})
 target_include_directories(rmcpp_fuzz_bmcsim PUBLIC ${RMCPP_FUZZ_SIM_DIR} PRIVATE ${PROJECT_SOURCE_DIR}/rmcp)
 target_compile_options(rmcpp_fuzz_bmcsim PRIVATE ${RMCPP_FUZZ_COMPILE})
 find_package(Threads REQUIRED)
-target_link_libraries(rmcpp_fuzz_bmcsim PUBLIC OpenSSL::Crypto Threads::Threads)
+find_package(yaml-cpp REQUIRED)
+target_link_libraries(rmcpp_fuzz_bmcsim PUBLIC OpenSSL::Crypto Threads::Threads rmcpp_commands PRIVATE yaml-cpp)
 
 # The everyday commands' decoders, built the same way.
 get_target_property(RMCPP_FUZZ_COMMANDS_SOURCES rmcpp_commands SOURCES)

@@ -22,6 +22,8 @@
 #include <string>
 #include <vector>
 
+#include "sensors.h"
+
 namespace bmcsim {
 
 using Bytes = std::vector<uint8_t>;
@@ -279,6 +281,14 @@ struct Config {
 
     DeviceIdentity device;
     ChassisState chassis;
+
+    // The sensors, each with its record in the SDR repository (IDs from 1
+    // in this order); a platform file's `sensors:` section.
+    std::vector<SimSensor> sensors;
+    // Called (on the server thread) with each threshold a sensor's reading
+    // crosses or comes back from, found whenever the sensors are sampled
+    // (at each Get Sensor Reading or Get Sensor Thresholds).
+    ThresholdCrossingHook on_threshold_crossing;
 };
 
 // The cipher suites the simulator can serve: 0, 1, 2, 3, 15, 16, 17.

@@ -48,6 +48,11 @@ Bytes chassis_status(const ChassisState &c)
 
 }  // namespace
 
+uint64_t Engine::sensor_time() const
+{
+    return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - started_).count());
+}
+
 Engine::CommandResult Engine::command(Session &s, const IpmiRequest &rq, const Config &c)
 {
     CommandResult r;
@@ -108,6 +113,8 @@ Engine::CommandResult Engine::command(Session &s, const IpmiRequest &rq, const C
         log(std::string("chassis control ") + hex(&control, 1) + " (" + kControls[control] + "): power " +
             (state.power_on ? "on" : "off"));
         answer(kOk);
+    } else if (uint8_t cc = 0; sdr_.handle(rq.netfn, rq.cmd, rq.data, c, sensor_time(), cc, r.response)) {
+        answer(cc, Bytes(r.response));
     } else {
         answer(kInvalidCommand);
     }

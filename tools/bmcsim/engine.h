@@ -11,6 +11,7 @@
 #include "bmcsim.h"
 #include "crypto.h"
 #include "ipmi.h"
+#include "sdr_store.h"
 
 namespace bmcsim::detail {
 
@@ -147,6 +148,9 @@ private:
     void close(std::map<uint32_t, Session>::iterator it, const std::string &how);
     // The running chassis; a changed Config::chassis replaces it.
     ChassisState chassis_{}, chassis_configured_{};
+    SdrRepository sdr_;  // the SDR repository and the sensors
+    Clock::time_point started_ = Clock::now();
+    uint64_t sensor_time() const;  // ms since the engine started
     bool chassis_known_ = false;
     Peer peer_;  // of the datagram being handled
     uint8_t next_handle_ = 1;

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "bmcsim.h"
+#include "platform_file.h"
 
 namespace {
 
@@ -86,6 +87,11 @@ Chassis (Get Chassis Status; Chassis Control changes power and last event):
   --chassis SETTINGS       comma-separated: policy=always-off|previous|always-on|unknown,
                            overload, interlock, power-fault, control-fault,
                            last-event=N, misc=N
+
+Platform (the simulated machine):
+  --platform FILE          a YAML file describing the machine: sensors (with
+                           their SDR records and live readings); see
+                           sample-platform.yaml
 
   --help             show this text
 
@@ -484,6 +490,7 @@ void apply(Config &c, const std::string &option, const std::string &value, bool 
         if (value != "on" && value != "off") throw Usage("--power wants on or off");
         c.chassis.power_on = value == "on";
     } else if (option == "--chassis") parse_chassis(c, value);
+    else if (option == "--platform") load_platform_file(value, c);
     else if (option == "--reply") parse_reply(c, value);
     else if (option == "--fault") parse_fault(c, value);
     else throw Usage("unknown option: " + option);
@@ -533,6 +540,13 @@ int main(int argc, char **argv)
     sigaddset(&stop_signals, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
 
+    config.on_threshold_crossing = [](const ThresholdCrossing &x) {
+        char line[160];
+        std::snprintf(line, sizeof line, "sensor %02Xh (%s): threshold event offset %02Xh %s at %.2f",
+                      x.sensor_number, x.sensor_name.c_str(), x.event_offset,
+                      x.asserted ? "asserted" : "deasserted", x.reading);
+        print(line);
+    };
     Simulator sim(config);
     sim.on_log(print);
     try {

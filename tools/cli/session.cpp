@@ -90,8 +90,20 @@ int Session::open()
 
 int Session::exchange(uint8_t netfn, uint8_t cmd, const Bytes &data, uint8_t &cc, Bytes &response)
 {
+    return exchange_to(o_.lun, netfn, cmd, data, cc, response);
+}
+
+rmcpp::commands::Reply Session::exchange_lun(uint8_t lun, uint8_t netfn, uint8_t cmd, const Bytes &data)
+{
+    rmcpp::commands::Reply reply;
+    reply.result = exchange_to(lun, netfn, cmd, data, reply.completion_code, reply.data);
+    return reply;
+}
+
+int Session::exchange_to(uint8_t lun, uint8_t netfn, uint8_t cmd, const Bytes &data, uint8_t &cc, Bytes &response)
+{
     const IPMI_MsgHeader h = {netfn, 0x81, cmd, 0, static_cast<uint8_t>(seq_++ & 0x3F),
-                              static_cast<uint8_t>(netfn + 1), o_.target, o_.lun};
+                              static_cast<uint8_t>(netfn + 1), o_.target, static_cast<uint8_t>(lun & 0x03)};
     Bytes request(data.size() + 7);
     int length = 0;
     int r = MakeIPMIRequest(&h, data.data(), static_cast<int>(data.size()), request.data(),

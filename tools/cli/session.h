@@ -40,6 +40,9 @@ public:
     int exchange(uint8_t netfn, uint8_t cmd, const rmcpp::commands::Bytes &data, uint8_t &cc,
                  rmcpp::commands::Bytes &response);
     rmcpp::commands::Reply exchange(uint8_t netfn, uint8_t cmd, const rmcpp::commands::Bytes &data) override;
+    // To LUN `lun` of the target instead of the LUN the options name.
+    rmcpp::commands::Reply exchange_lun(uint8_t lun, uint8_t netfn, uint8_t cmd,
+                                        const rmcpp::commands::Bytes &data) override;
 
     // Closes the session if it is open; 0 when it was not.
     int close();
@@ -54,6 +57,9 @@ public:
     int suite() const { return suite_; }
 
 private:
+    int exchange_to(uint8_t lun, uint8_t netfn, uint8_t cmd, const rmcpp::commands::Bytes &data, uint8_t &cc,
+                    rmcpp::commands::Bytes &response);
+
     const Options &o_;
     IPMI_SessionParam p_{};
     bool open_ = false;
