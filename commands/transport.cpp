@@ -8,7 +8,11 @@ namespace rmcpp::commands {
 
 Bytes call(Transport &t, const std::string &step, uint8_t netfn, uint8_t cmd, const Bytes &data)
 {
-    Reply r = t.exchange(netfn, cmd, data);
+    return check_reply(step, t.exchange(netfn, cmd, data));
+}
+
+Bytes check_reply(const std::string &step, Reply r)
+{
     if (r.result != 0)
         throw CommandError(CommandError::Kind::exchange, step, r.result, 0,
                            step + " failed: result " + std::to_string(r.result));

@@ -47,4 +47,8 @@ public:
 // exchange fails or the completion code is not 00h.
 Bytes call(Transport &t, const std::string &step, uint8_t netfn, uint8_t cmd, const Bytes &data);
 
+// call()'s check alone, for a reply already in hand (after looking at its
+// completion code).
+Bytes check_reply(const std::string &step, Reply r);
+
 }  // namespace rmcpp::commands
