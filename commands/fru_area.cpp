@@ -1,5 +1,7 @@
 #include "fru_area.h"
 
+#include <iterator>
+
 #include "wire.h"
 
 namespace rmcpp::commands {
@@ -157,6 +159,23 @@ void decode_product(const uint8_t *image, size_t length, FruImage &fru)
 }
 
 }  // namespace
+
+std::string_view fru_chassis_type_name(uint8_t chassis_type)
+{
+    static constexpr std::string_view kNames[] = {
+        "",                     // 00h
+        "Other",                "Unknown",               "Desktop",              "Low Profile Desktop",
+        "Pizza Box",            "Mini Tower",            "Tower",                "Portable",
+        "LapTop",               "Notebook",              "Hand Held",            "Docking Station",
+        "All in One",           "Sub Notebook",          "Space-saving",         "Lunch Box",
+        "Main Server Chassis",  "Expansion Chassis",     "SubChassis",           "Bus Expansion Chassis",
+        "Peripheral Chassis",   "RAID Chassis",          "Rack Mount Chassis",   "Sealed-case PC",
+        "Multi-system Chassis", "Compact PCI",           "Advanced TCA",         "Blade",
+        "Blade Enclosure",      "Tablet",                "Convertible",          "Detachable",
+        "IoT Gateway",          "Embedded PC",           "Mini PC",              "Stick PC",
+    };
+    return chassis_type < std::size(kNames) ? kNames[chassis_type] : std::string_view{};
+}
 
 FruField decode_fru_field(FruFieldType type, const uint8_t *data, size_t length, bool english)
 {

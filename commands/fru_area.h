@@ -12,6 +12,7 @@
 #include <initializer_list>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace rmcpp::commands {
@@ -118,6 +119,10 @@ inline constexpr int64_t kFruEpochUnix = 820454400;
 // English (0 or 25) makes type 11b 8-bit ASCII + Latin 1; any other
 // language makes it 2-byte Unicode, least significant byte first.
 constexpr bool fru_language_english(uint8_t language) { return language == 0 || language == 25; }
+
+// The chassis type's name from the SMBIOS system enclosure types ("Rack
+// Mount Chassis" for 17h); empty for codes it does not name.
+std::string_view fru_chassis_type_name(uint8_t chassis_type);
 
 // Decodes one field's data bytes of the given type into text.
 FruField decode_fru_field(FruFieldType type, const uint8_t *data, size_t length, bool english);
