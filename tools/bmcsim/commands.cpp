@@ -108,6 +108,8 @@ Engine::CommandResult Engine::command(Session &s, const IpmiRequest &rq, const C
         log(std::string("chassis control ") + hex(&control, 1) + " (" + kControls[control] + "): power " +
             (state.power_on ? "on" : "off"));
         answer(kOk);
+    } else if (sel_command(rq, c, r) || fru_command(rq, c, r)) {
+        // answered in sel.cpp or fru.cpp
     } else {
         answer(kInvalidCommand);
     }

@@ -11,6 +11,7 @@
 #include "bmcsim.h"
 #include "crypto.h"
 #include "ipmi.h"
+#include "sel.h"
 
 namespace bmcsim::detail {
 
@@ -119,6 +120,9 @@ public:
     size_t rejected() const { return rejected_; }
     ChassisState chassis(const Config &c);
     std::vector<SessionInfo> sessions() const;
+    // Logs a system event in the SEL at the current time (sel.cpp); false
+    // when the SEL is full.
+    bool log_system_event(const SystemEvent &event, const Config &c);
 
 private:
     // ping.cpp
@@ -145,6 +149,10 @@ private:
     void set_session_privilege(Session &s, const IpmiRequest &rq, CommandResult &r);
     void session_info(const Session &s, const IpmiRequest &rq, const Config &c, CommandResult &r);
     void close(std::map<uint32_t, Session>::iterator it, const std::string &how);
+    // sel.cpp, fru.cpp: Storage commands; false when `rq` is none of theirs.
+    bool sel_command(const IpmiRequest &rq, const Config &c, CommandResult &r);
+    bool fru_command(const IpmiRequest &rq, const Config &c, CommandResult &r);
+    SelStore sel_;
     // The running chassis; a changed Config::chassis replaces it.
     ChassisState chassis_{}, chassis_configured_{};
     bool chassis_known_ = false;
