@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "engine.h"
 #include "fru.h"
 #include "fru_area.h"
 #include "sel.h"
@@ -315,6 +316,21 @@ TEST(Fru, WordAccessCountsWords)
     using bmcsim::detail::fru_command;
     EXPECT_EQ(*fru_command(0x10, {0x02}, c), (Answer{0x00, {5, 0, 1}}));
     EXPECT_EQ(*fru_command(0x11, {0x02, 1, 0, 2}, c), (Answer{0x00, {2, 3, 4, 5, 0}}));
+}
+
+}  // namespace
+
+namespace {
+
+TEST(LogSystemEvent, AddsUntilTheSelIsFull)
+{
+    bmcsim::detail::Engine engine(nullptr);
+    bmcsim::Config c;
+    c.sel.capacity = 1;
+    bmcsim::SystemEvent e;
+    e.sensor_type = 0x01;
+    EXPECT_TRUE(engine.log_system_event(e, c));
+    EXPECT_FALSE(engine.log_system_event(e, c));
 }
 
 }  // namespace
