@@ -68,38 +68,6 @@ protected:
     std::filesystem::path cache_;
 };
 
-// ipmitool's "   1 | 11/23/2026 | 19:22:07 | Temperature #0x30 | Upper Critical going high | Asserted"
-// against the tool's entry, field by field.
-void expect_same_entry(const std::string &ipmitool_line, const nlohmann::json &e)
-{
-    const auto f = selfru::split(ipmitool_line, '|');
-    ASSERT_GE(f.size(), 5u) << ipmitool_line;
-    EXPECT_EQ(std::stoul(f[0], nullptr, 16), e["record_id"].get<unsigned>()) << ipmitool_line;
-    EXPECT_EQ(selfru::iso_from_ipmitool(f[1], f[2]), e["time"]) << ipmitool_line;
-    if (e["kind"] == "system_event") {
-        ASSERT_EQ(f.size(), 6u) << ipmitool_line;
-        char sensor[64];
-        std::snprintf(sensor, sizeof sensor, "%s #0x%02x", e["sensor_type"].get<std::string>().c_str(),
-                      e["sensor_number"].get<unsigned>());
-        EXPECT_EQ(f[3], sensor);
-        EXPECT_EQ(f[4], e["description"]);
-        EXPECT_EQ(f[5], e["direction"]);
-    } else {
-        char record[32], mfg[16];
-        std::snprintf(record, sizeof record, "OEM record %02x", e["record_type"].get<unsigned>());
-        std::snprintf(mfg, sizeof mfg, "%06x", e["manufacturer_id"].get<unsigned>());
-        EXPECT_EQ(f[3], record);
-        EXPECT_EQ(f[4], mfg);
-        std::string data;
-        for (unsigned b : e["oem_data"]) {
-            char h[4];
-            std::snprintf(h, sizeof h, "%02x", b);
-            data += h;
-        }
-        EXPECT_EQ(f[5], data);
-    }
-}
-
 TEST_F(SelFruBmcsim, IpmitoolSelListAndElistShowTheToolsEntries)
 {
     const auto json = ours(cli::add_sel_commands, {"sel", "list"});
@@ -107,9 +75,9 @@ TEST_F(SelFruBmcsim, IpmitoolSelListAndElistShowTheToolsEntries)
     for (const char *list : {"list", "elist"}) {
         const auto r = selfru::ipmitool(peer_, {"sel", list});
         ASSERT_EQ(r.exit_code, 0) << output(r);
-        const auto printed = selfru::lines(r.out);
+        const auto printed = selfru::entry_lines(r.out);
         ASSERT_EQ(printed.size(), json.size()) << r.out;
-        for (size_t i = 0; i < printed.size(); ++i) expect_same_entry(printed[i], json[i]);
+        for (size_t i = 0; i < printed.size(); ++i) selfru::expect_same_entry(printed[i], json[i]);
     }
 }
 
@@ -286,7 +254,7 @@ TEST(SelWordsBmcsim, IpmitoolWordsEveryStandardEventAsTheToolDoes)
     ASSERT_TRUE(ours) << error;
     const auto r = selfru::ipmitool(peer, {"sel", "list"});
     ASSERT_EQ(r.exit_code, 0) << output(r);
-    const auto theirs = selfru::lines(r.out);
+    const auto theirs = selfru::entry_lines(r.out);
     ASSERT_EQ(theirs.size(), c.sel.entries.size());
     ASSERT_EQ(ours->json.size(), c.sel.entries.size());
     size_t compared = 0;

@@ -3,6 +3,7 @@
 // so a test can set one beside the other field by field.
 #pragma once
 
+#include <cstdio>
 #include <ctime>
 #include <fstream>
 #include <iomanip>
@@ -11,6 +12,8 @@
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "bmcsim_clients.h"
 #include "run_program.h"
@@ -95,6 +98,10 @@ inline std::vector<std::string> split(const std::string &line, char sep)
     return parts;
 }
 
+// The SEL entry lines of ipmitool's sel list and elist (elist puts its SDR
+// complaints on standard output too).
+inline std::vector<std::string> entry_lines(const std::string &text);
+
 inline std::vector<std::string> lines(const std::string &text)
 {
     std::vector<std::string> out;
@@ -102,6 +109,14 @@ inline std::vector<std::string> lines(const std::string &text)
     std::string line;
     while (std::getline(in, line))
         if (!line.empty()) out.push_back(line);
+    return out;
+}
+
+inline std::vector<std::string> entry_lines(const std::string &text)
+{
+    std::vector<std::string> out;
+    for (const std::string &line : lines(text))
+        if (line.find(" | ") != std::string::npos) out.push_back(line);
     return out;
 }
 
@@ -146,6 +161,41 @@ inline std::string field(const std::string &text, const std::string &label)
         return value;
     }
     return {};
+}
+
+// ipmitool's "   1 | 11/23/2026 | 19:22:07 | Temperature #0x30 | Upper Critical going high | Asserted"
+// against the tool's entry, field by field.
+inline void expect_same_entry(const std::string &ipmitool_line, const nlohmann::json &e)
+{
+    const auto f = split(ipmitool_line, '|');
+    ASSERT_GE(f.size(), 5u) << ipmitool_line;
+    EXPECT_EQ(std::stoul(f[0], nullptr, 16), e["record_id"].get<unsigned>()) << ipmitool_line;
+    if (f[1] == "Pre-Init")
+        EXPECT_EQ("pre-init +" + std::to_string(std::stoul(f[2])) + "s", e["time"]) << ipmitool_line;
+    else
+        EXPECT_EQ(iso_from_ipmitool(f[1], f[2]), e["time"]) << ipmitool_line;
+    if (e["kind"] == "system_event") {
+        ASSERT_EQ(f.size(), 6u) << ipmitool_line;
+        char sensor[64];
+        std::snprintf(sensor, sizeof sensor, "%s #0x%02x", e["sensor_type"].get<std::string>().c_str(),
+                      e["sensor_number"].get<unsigned>());
+        EXPECT_EQ(f[3], sensor);
+        EXPECT_EQ(f[4], e["description"]);
+        EXPECT_EQ(f[5], e["direction"]);
+    } else {
+        char record[32], mfg[16];
+        std::snprintf(record, sizeof record, "OEM record %02x", e["record_type"].get<unsigned>());
+        std::snprintf(mfg, sizeof mfg, "%06x", e["manufacturer_id"].get<unsigned>());
+        EXPECT_EQ(f[3], record);
+        EXPECT_EQ(f[4], mfg);
+        std::string data;
+        for (unsigned b : e["oem_data"]) {
+            char h[4];
+            std::snprintf(h, sizeof h, "%02x", b);
+            data += h;
+        }
+        EXPECT_EQ(f[5], data);
+    }
 }
 
 }  // namespace selfru
