@@ -128,6 +128,9 @@ TEST(PlatformFru, BadValuesNameTheirLine)
     EXPECT_EQ(load_error("fru:\n  - id: 1\n  - id: 1\n"), "line 3: fru device 1 given twice");
     EXPECT_EQ(load_error("fru:\n  - id: 1\n    product: {nome: x}\n"), "line 3: product: unknown key 'nome'");
     EXPECT_EQ(load_error("fru:\n  id: 1\n"), "line 2: fru: a list of devices is needed");
+    EXPECT_EQ(load_error("fru:\n  - id: 1\n    product: {type: 3}\n"), "line 3: product: unknown key 'type'");
+    EXPECT_EQ(load_error("fru:\n  - id: 1\n    chassis: {type: 0x100}\n"),
+              "line 3: chassis.type: '0x100' is not a number from 0 to 255");
 }
 
 TEST(PlatformSample, TheSampleSectionsLoad)

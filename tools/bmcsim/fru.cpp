@@ -86,14 +86,15 @@ std::string text(const YAML::Node &node, const std::string &name)
     return node.Scalar();
 }
 
-// Reads the keys of `area` into the fields named in `keys`.
+// Reads the keys of `area` into the fields named in `keys`; `other` is the
+// one further key the area may have (read by the caller).
 void fields(const YAML::Node &area, const std::string &name,
-            std::initializer_list<std::pair<const char *, std::string *>> keys)
+            std::initializer_list<std::pair<const char *, std::string *>> keys, const char *other = "")
 {
     if (!area.IsMap()) bad(area, name + ": a map is needed");
     for (const auto &kv : area) {
         const std::string key = kv.first.as<std::string>();
-        bool known = key == "type" || key == "mfg_date";
+        bool known = key == other;
         for (const auto &[k, out] : keys)
             if (key == k) {
                 *out = text(kv.second, name + "." + key);
@@ -138,14 +139,15 @@ FruDeviceConfig device(const YAML::Node &d, uint8_t &id)
             dev.access_by_words = a == "words";
         } else if (key == "chassis") {
             rmcpp::commands::FruChassisFields c;
-            fields(v, "chassis", {{"part_number", &c.part_number}, {"serial", &c.serial_number}});
+            fields(v, "chassis", {{"part_number", &c.part_number}, {"serial", &c.serial_number}}, "type");
             if (v["type"]) c.chassis_type = static_cast<uint8_t>(number(v["type"], "chassis.type", 0xFF));
             contents.chassis = c;
         } else if (key == "board") {
             rmcpp::commands::FruBoardFields b;
             fields(v, "board", {{"manufacturer", &b.manufacturer}, {"product", &b.product_name},
                                 {"serial", &b.serial_number}, {"part_number", &b.part_number},
-                                {"fru_file_id", &b.fru_file_id}});
+                                {"fru_file_id", &b.fru_file_id}},
+                   "mfg_date");
             if (v["mfg_date"]) b.mfg_minutes = mfg_minutes(v["mfg_date"]);
             contents.board = b;
         } else if (key == "product") {
