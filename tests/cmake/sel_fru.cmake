@@ -14,3 +14,14 @@ foreach(name sel_fru_bmcsim_interop_test sel_fru_ipmi_sim_interop_test)
     set_tests_properties(${name} PROPERTIES LABELS interop)
   endif()
 endforeach()
+
+# The fuzz targets' copy of the simulator needs what its SEL and FRU files
+# use: the commands' FRU encoders and yaml-cpp.
+if(TARGET rmcpp_fuzz_bmcsim)
+  if(TARGET rmcpp_fuzz_commands)
+    target_link_libraries(rmcpp_fuzz_bmcsim PUBLIC rmcpp_fuzz_commands yaml-cpp)
+  else()
+    target_link_libraries(rmcpp_fuzz_bmcsim PUBLIC rmcpp_commands yaml-cpp)
+  endif()
+  target_include_directories(rmcpp_fuzz_bmcsim PRIVATE ${PROJECT_SOURCE_DIR}/commands)
+endif()
