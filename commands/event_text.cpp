@@ -69,45 +69,57 @@ constexpr Text kThreshold[] = {
 
 constexpr Text kUsageState[] = {"Transition to Idle", "Transition to Active", "Transition to Busy"};
 constexpr Text kDigitalState[] = {"State Deasserted", "State Asserted"};
-constexpr Text kPredictiveFailure[] = {"Predictive Failure deasserted", "Predictive Failure asserted"};
+constexpr Text kPredictiveFailure[] = {
+    "Predictive Failure Deasserted",
+    "Predictive Failure Asserted",
+};
 constexpr Text kLimit[] = {"Limit Not Exceeded", "Limit Exceeded"};
 constexpr Text kPerformance[] = {"Performance Met", "Performance Lags"};
 constexpr Text kSeverity[] = {
-    "transition to OK",
-    "transition to Non-Critical from OK",
-    "transition to Critical from less severe",
-    "transition to Non-recoverable from less severe",
-    "transition to Non-Critical from more severe",
-    "transition to Critical from Non-recoverable",
-    "transition to Non-recoverable",
+    "Transition to OK",
+    "Transition to Non-critical from OK",
+    "Transition to Critical from less severe",
+    "Transition to Non-recoverable from less severe",
+    "Transition to Non-critical from more severe",
+    "Transition to Critical from Non-recoverable",
+    "Transition to Non-recoverable",
     "Monitor",
     "Informational",
 };
-constexpr Text kPresence[] = {"Device Removed / Device Absent", "Device Inserted / Device Present"};
+constexpr Text kPresence[] = {
+    "Device Absent",
+    "Device Present",
+};
 constexpr Text kEnabled[] = {"Device Disabled", "Device Enabled"};
 constexpr Text kAvailability[] = {
-    "transition to Running",  "transition to In Test",  "transition to Power Off",
-    "transition to On Line",  "transition to Off Line", "transition to Off Duty",
-    "transition to Degraded", "transition to Power Save", "Install Error",
+    "Transition to Running",
+    "Transition to In Test",
+    "Transition to Power Off",
+    "Transition to On Line",
+    "Transition to Off Line",
+    "Transition to Off Duty",
+    "Transition to Degraded",
+    "Transition to Power Save",
+    "Install Error",
 };
 constexpr Text kRedundancy[] = {
     "Fully Redundant",
     "Redundancy Lost",
     "Redundancy Degraded",
-    "Non-redundant: Sufficient Resources from Redundant",
-    "Non-redundant: Sufficient Resources from Insufficient Resources",
-    "Non-redundant: Insufficient Resources",
+    "Non-Redundant: Sufficient from Redundant",
+    "Non-Redundant: Sufficient from Insufficient",
+    "Non-Redundant: Insufficient Resources",
     "Redundancy Degraded from Fully Redundant",
-    "Redundancy Degraded from Non-redundant",
+    "Redundancy Degraded from Non-Redundant",
 };
 constexpr Text kAcpiDeviceState[] = {"D0 Power State", "D1 Power State", "D2 Power State", "D3 Power State"};
 
 constexpr Text kPhysicalSecurity[] = {
-    "General Chassis Intrusion",
+    "General Chassis intrusion",
     "Drive Bay intrusion",
     "I/O Card area intrusion",
     "Processor area intrusion",
-    "LAN Leash Lost (system is unplugged from LAN)",
+    "System unplugged from LAN",
     "Unauthorized dock",
     "FAN area intrusion",
 };
@@ -116,59 +128,59 @@ constexpr Text kProcessor[] = {
     "Thermal Trip",
     "FRB1/BIST failure",
     "FRB2/Hang in POST failure",
-    "FRB3/Processor Startup/Initialization failure",
+    "FRB3/Processor startup/init failure",
     "Configuration Error",
-    "SM BIOS 'Uncorrectable CPU-complex Error'",
-    "Processor Presence detected",
-    "Processor disabled",
-    "Terminator Presence Detected",
-    "Processor Automatically Throttled",
-    "Machine Check Exception (Uncorrectable)",
-    "Correctable Machine Check Error",
+    "SM BIOS Uncorrectable CPU-complex Error",
+    "Presence detected",
+    "Disabled",
+    "Terminator presence detected",
+    "Throttled",
+    "Uncorrectable machine check exception",
+    "Correctable machine check error",
 };
 constexpr Text kPowerSupply[] = {
     "Presence detected",
-    "Power Supply Failure detected",
-    "Predictive Failure",
-    "Power Supply input lost (AC/DC)",
-    "Power Supply input lost or out-of-range",
-    "Power Supply input out-of-range, but present",
-    "Configuration error",
-    "Power Supply Inactive (in standby state)",
+    "Failure detected",
+    "Predictive failure",
+    "Power Supply AC lost",
+    "AC lost or out-of-range",
+    "AC out-of-range, but present",
+    "Config Error",
+    "Power Supply Inactive",
 };
 constexpr Text kPowerUnit[] = {
-    "Power Off / Power Down",
-    "Power Cycle",
-    "240VA Power Down",
-    "Interlock Power Down",
-    "AC lost / Power input lost",
-    "Soft Power Control Failure",
-    "Power Unit Failure detected",
-    "Predictive Failure",
+    "Power off/down",
+    "Power cycle",
+    "240VA power down",
+    "Interlock power down",
+    "AC lost",
+    "Soft-power control failure",
+    "Failure detected",
+    "Predictive failure",
 };
 constexpr Text kMemory[] = {
-    "Correctable ECC / other correctable memory error",
-    "Uncorrectable ECC / other uncorrectable memory error",
+    "Correctable ECC",
+    "Uncorrectable ECC",
     "Parity",
-    "Memory Scrub Failed (stuck bit)",
+    "Memory Scrub Failed",
     "Memory Device Disabled",
-    "Correctable ECC / other correctable memory error logging limit reached",
-    "Presence detected",
-    "Configuration error",
+    "Correctable ECC logging limit reached",
+    "Presence Detected",
+    "Configuration Error",
     "Spare",
-    "Memory Automatically Throttled",
+    "Throttled",
     "Critical Overtemperature",
 };
 constexpr Text kDriveSlot[] = {
-    "Drive Presence",
+    "Drive Present",
     "Drive Fault",
     "Predictive Failure",
     "Hot Spare",
-    "Consistency Check / Parity Check in progress",
+    "Parity Check In Progress",
     "In Critical Array",
     "In Failed Array",
-    "Rebuild/Remap in progress",
-    "Rebuild/Remap Aborted (was not completed normally)",
+    "Rebuild In Progress",
+    "Rebuild Aborted",
 };
 constexpr Text kFirmwareProgress[] = {
     "System Firmware Error (POST Error)",
@@ -176,78 +188,200 @@ constexpr Text kFirmwareProgress[] = {
     "System Firmware Progress",
 };
 constexpr Text kEventLoggingDisabled[] = {
-    "Correctable Memory Error Logging Disabled",
-    "Event 'Type' Logging Disabled",
-    "Log Area Reset/Cleared",
-    "All Event Logging Disabled",
-    "SEL Full",
-    "SEL Almost Full",
+    "Correctable memory error logging disabled",
+    "Event logging disabled",
+    "Log area reset/cleared",
+    "All event logging disabled",
+    "Log full",
+    "Log almost full",
     "Correctable Machine Check Error Logging Disabled",
 };
 constexpr Text kSystemEvent[] = {
     "System Reconfigured",
-    "OEM System Boot Event",
+    "OEM System boot event",
     "Undetermined system hardware failure",
-    "Entry added to Auxiliary Log",
+    "Entry added to auxiliary log",
     "PEF Action",
-    "Timestamp Clock Synch",
+    "Timestamp Clock Sync",
 };
 constexpr Text kCriticalInterrupt[] = {
-    "Front Panel NMI / Diagnostic Interrupt",
+    "NMI/Diag Interrupt",
     "Bus Timeout",
-    "I/O channel check NMI",
+    "I/O Channel check NMI",
     "Software NMI",
     "PCI PERR",
     "PCI SERR",
-    "EISA Fail Safe Timeout",
-    "Bus Correctable Error",
-    "Bus Uncorrectable Error",
-    "Fatal NMI (port 61h, bit 7)",
+    "EISA failsafe timeout",
+    "Bus Correctable error",
+    "Bus Uncorrectable error",
+    "Fatal NMI",
     "Bus Fatal Error",
-    "Bus Degraded (bus operating in a degraded performance state)",
+    "Bus Degraded",
 };
 constexpr Text kButtonSwitch[] = {
     "Power Button pressed",
     "Sleep Button pressed",
     "Reset Button pressed",
-    "FRU latch open",
-    "FRU service request button",
+    "FRU Latch",
+    "FRU Service",
 };
 constexpr Text kAcpiPowerState[] = {
-    "S0 / G0 \"working\"",
-    "S1 \"sleeping with system h/w & processor context maintained\"",
-    "S2 \"sleeping, processor context lost\"",
-    "S3 \"sleeping, processor & h/w context lost, memory retained.\"",
-    "S4 \"non-volatile sleep / suspend-to disk\"",
-    "S5 / G2 \"soft-off\"",
-    "S4 / S5 soft-off, particular S4 / S5 state cannot be determined",
-    "G3 / Mechanical Off",
-    "Sleeping in an S1, S2, or S3 states",
-    "G1 sleeping (S1-S4 state cannot be determined)",
-    "S5 entered by override",
+    "S0/G0: working",
+    "S1: sleeping with system hw & processor context maintained",
+    "S2: sleeping, processor context lost",
+    "S3: sleeping, processor & hw context lost, memory retained",
+    "S4: non-volatile sleep/suspend-to-disk",
+    "S5/G2: soft-off",
+    "S4/S5: soft-off",
+    "G3: mechanical off",
+    "Sleeping in S1/S2/S3 state",
+    "G1: sleeping",
+    "S5: entered by override",
     "Legacy ON state",
     "Legacy OFF state",
-    "",  // 0Dh reserved
+    "",
     "Unknown",
 };
 constexpr Text kWatchdog2[] = {
-    "Timer expired, status only",
-    "Hard Reset",
-    "Power Down",
-    "Power Cycle",
-    "",  // 04h-07h reserved
+    "Timer expired",
+    "Hard reset",
+    "Power down",
+    "Power cycle",
+    "",
     "",
     "",
     "",
     "Timer interrupt",
 };
-constexpr Text kEntityPresence[] = {"Entity Present", "Entity Absent", "Entity Disabled"};
-constexpr Text kBattery[] = {"Battery low (predictive failure)", "Battery failed", "Battery presence detected"};
+constexpr Text kEntityPresence[] = {
+    "Present",
+    "Absent",
+    "Disabled",
+};
+constexpr Text kBattery[] = {
+    "Low",
+    "Failed",
+    "Presence Detected",
+};
 constexpr Text kSessionAudit[] = {
     "Session Activated",
     "Session Deactivated",
     "Invalid Username or Password",
     "Invalid password disable",
+};
+
+constexpr Text kPlatformSecurity[] = {
+    "Front Panel Lockout violation attempted",
+    "Pre-boot password violation - user password",
+    "Pre-boot password violation - setup password",
+    "Pre-boot password violation - network boot password",
+    "Other pre-boot password violation",
+    "Out-of-band access password violation",
+};
+constexpr Text kWatchdog1[] = {
+    "BIOS Reset",
+    "OS Reset",
+    "OS Shut Down",
+    "OS Power Down",
+    "OS Power Cycle",
+    "OS NMI/Diag Interrupt",
+    "OS Expired",
+    "OS pre-timeout Interrupt",
+};
+constexpr Text kChipSet[] = {
+    "Soft Power Control Failure",
+    "Thermal Trip",
+};
+constexpr Text kCable[] = {
+    "Connected",
+    "Config Error",
+};
+constexpr Text kSystemBoot[] = {
+    "Initiated by power up",
+    "Initiated by hard reset",
+    "Initiated by warm reset",
+    "User requested PXE boot",
+    "Automatic boot to diagnostic",
+    "OS initiated hard reset",
+    "OS initiated warm reset",
+    "System Restart",
+};
+constexpr Text kBootError[] = {
+    "No bootable media",
+    "Non-bootable disk in drive",
+    "PXE server not found",
+    "Invalid boot sector",
+    "Timeout waiting for selection",
+};
+constexpr Text kOsBoot[] = {
+    "A: boot completed",
+    "C: boot completed",
+    "PXE boot completed",
+    "Diagnostic boot completed",
+    "CD-ROM boot completed",
+    "ROM boot completed",
+    "boot completed - device not specified",
+    "Installation started",
+    "Installation completed",
+    "Installation aborted",
+    "Installation failed",
+};
+constexpr Text kOsStop[] = {
+    "Error during system startup",
+    "Run-time critical stop",
+    "OS graceful stop",
+    "OS graceful shutdown",
+    "PEF initiated soft shutdown",
+    "Agent not responding",
+};
+constexpr Text kSlotConnector[] = {
+    "Fault Status",
+    "Identify Status",
+    "Device Installed",
+    "Ready for Device Installation",
+    "Ready for Device Removal",
+    "Slot Power is Off",
+    "Device Removal Request",
+    "Interlock",
+    "Slot is Disabled",
+    "Spare Device",
+};
+constexpr Text kPlatformAlert[] = {
+    "Platform generated page",
+    "Platform generated LAN alert",
+    "Platform Event Trap generated",
+    "Platform generated SNMP trap, OEM format",
+};
+constexpr Text kLan[] = {
+    "Heartbeat Lost",
+    "Heartbeat",
+};
+constexpr Text kManagementHealth[] = {
+    "Sensor access degraded or unavailable",
+    "Controller access degraded or unavailable",
+    "Management controller off-line",
+    "Management controller unavailable",
+    "Sensor failure",
+    "FRU failure",
+};
+constexpr Text kVersionChange[] = {
+    "Hardware change detected",
+    "",
+    "Hardware incompatibility detected",
+    "Firmware or software incompatibility detected",
+    "Invalid or unsupported hardware version",
+    "Invalid or unsupported firmware or software version",
+    "Hardware change success",
+};
+constexpr Text kFruState[] = {
+    "Not Installed",
+    "Inactive",
+    "Activation Requested",
+    "Activation in Progress",
+    "Active",
+    "Deactivation Requested",
+    "Deactivation in Progress",
+    "Communication lost",
 };
 
 struct Table {
@@ -272,14 +406,36 @@ constexpr Table kGenericTables[] = {
 
 // Sensor-specific tables by sensor type code.
 constexpr Table kSensorSpecificTables[] = {
-    table(0x05, kPhysicalSecurity),   table(0x07, kProcessor),
-    table(0x08, kPowerSupply),        table(0x09, kPowerUnit),
-    table(0x0C, kMemory),             table(0x0D, kDriveSlot),
-    table(0x0F, kFirmwareProgress),   table(0x10, kEventLoggingDisabled),
-    table(0x12, kSystemEvent),        table(0x13, kCriticalInterrupt),
-    table(0x14, kButtonSwitch),       table(0x22, kAcpiPowerState),
-    table(0x23, kWatchdog2),          table(0x25, kEntityPresence),
-    table(0x29, kBattery),            table(0x2A, kSessionAudit),
+    table(0x05, kPhysicalSecurity),
+    table(0x06, kPlatformSecurity),
+    table(0x07, kProcessor),
+    table(0x08, kPowerSupply),
+    table(0x09, kPowerUnit),
+    table(0x0C, kMemory),
+    table(0x0D, kDriveSlot),
+    table(0x0F, kFirmwareProgress),
+    table(0x10, kEventLoggingDisabled),
+    table(0x11, kWatchdog1),
+    table(0x12, kSystemEvent),
+    table(0x13, kCriticalInterrupt),
+    table(0x14, kButtonSwitch),
+    table(0x19, kChipSet),
+    table(0x1B, kCable),
+    table(0x1D, kSystemBoot),
+    table(0x1E, kBootError),
+    table(0x1F, kOsBoot),
+    table(0x20, kOsStop),
+    table(0x21, kSlotConnector),
+    table(0x22, kAcpiPowerState),
+    table(0x23, kWatchdog2),
+    table(0x24, kPlatformAlert),
+    table(0x25, kEntityPresence),
+    table(0x27, kLan),
+    table(0x28, kManagementHealth),
+    table(0x29, kBattery),
+    table(0x2A, kSessionAudit),
+    table(0x2B, kVersionChange),
+    table(0x2C, kFruState),
 };
 
 template <size_t N>

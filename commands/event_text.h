@@ -1,5 +1,6 @@
-// Names of sensor types and words for event offsets, from the IPMI v2.0
-// sensor type and event/reading type code tables.
+// Names of sensor types, from the IPMI v2.0 sensor type code table, and
+// words for event offsets in the short form ipmitool prints in its event
+// lists, so users recognise them.
 #pragma once
 
 #include <cstdint>

@@ -53,17 +53,17 @@ TEST(EventDescription, EveryGenericDiscreteTable)
     EXPECT_EQ(event_description(0x02, 0x00, 0x02), "Transition to Busy");
     EXPECT_EQ(event_description(0x03, 0x00, 0x00), "State Deasserted");
     EXPECT_EQ(event_description(0x03, 0x00, 0x01), "State Asserted");
-    EXPECT_EQ(event_description(0x04, 0x00, 0x01), "Predictive Failure asserted");
+    EXPECT_EQ(event_description(0x04, 0x00, 0x01), "Predictive Failure Asserted");
     EXPECT_EQ(event_description(0x05, 0x00, 0x01), "Limit Exceeded");
     EXPECT_EQ(event_description(0x06, 0x00, 0x01), "Performance Lags");
-    EXPECT_EQ(event_description(0x07, 0x00, 0x00), "transition to OK");
+    EXPECT_EQ(event_description(0x07, 0x00, 0x00), "Transition to OK");
     EXPECT_EQ(event_description(0x07, 0x00, 0x08), "Informational");
-    EXPECT_EQ(event_description(0x08, 0x00, 0x00), "Device Removed / Device Absent");
-    EXPECT_EQ(event_description(0x08, 0x00, 0x01), "Device Inserted / Device Present");
+    EXPECT_EQ(event_description(0x08, 0x00, 0x00), "Device Absent");
+    EXPECT_EQ(event_description(0x08, 0x00, 0x01), "Device Present");
     EXPECT_EQ(event_description(0x09, 0x00, 0x00), "Device Disabled");
     EXPECT_EQ(event_description(0x0A, 0x00, 0x08), "Install Error");
     EXPECT_EQ(event_description(0x0B, 0x00, 0x01), "Redundancy Lost");
-    EXPECT_EQ(event_description(0x0B, 0x00, 0x07), "Redundancy Degraded from Non-redundant");
+    EXPECT_EQ(event_description(0x0B, 0x00, 0x07), "Redundancy Degraded from Non-Redundant");
     EXPECT_EQ(event_description(0x0C, 0x00, 0x03), "D3 Power State");
 }
 
@@ -79,36 +79,36 @@ TEST(EventDescription, GenericOffsetsPastTheTable)
 TEST(EventDescription, SensorSpecificCommonTypes)
 {
     EXPECT_EQ(event_description(0x6F, 0x07, 0x00), "IERR");
-    EXPECT_EQ(event_description(0x6F, 0x07, 0x07), "Processor Presence detected");
-    EXPECT_EQ(event_description(0x6F, 0x07, 0x0C), "Correctable Machine Check Error");
-    EXPECT_EQ(event_description(0x6F, 0x08, 0x01), "Power Supply Failure detected");
-    EXPECT_EQ(event_description(0x6F, 0x08, 0x03), "Power Supply input lost (AC/DC)");
-    EXPECT_EQ(event_description(0x6F, 0x09, 0x00), "Power Off / Power Down");
-    EXPECT_EQ(event_description(0x6F, 0x09, 0x04), "AC lost / Power input lost");
-    EXPECT_EQ(event_description(0x6F, 0x0C, 0x01), "Uncorrectable ECC / other uncorrectable memory error");
+    EXPECT_EQ(event_description(0x6F, 0x07, 0x07), "Presence detected");
+    EXPECT_EQ(event_description(0x6F, 0x07, 0x0C), "Correctable machine check error");
+    EXPECT_EQ(event_description(0x6F, 0x08, 0x01), "Failure detected");
+    EXPECT_EQ(event_description(0x6F, 0x08, 0x03), "Power Supply AC lost");
+    EXPECT_EQ(event_description(0x6F, 0x09, 0x00), "Power off/down");
+    EXPECT_EQ(event_description(0x6F, 0x09, 0x04), "AC lost");
+    EXPECT_EQ(event_description(0x6F, 0x0C, 0x01), "Uncorrectable ECC");
     EXPECT_EQ(event_description(0x6F, 0x0C, 0x0A), "Critical Overtemperature");
-    EXPECT_EQ(event_description(0x6F, 0x0D, 0x00), "Drive Presence");
+    EXPECT_EQ(event_description(0x6F, 0x0D, 0x00), "Drive Present");
     EXPECT_EQ(event_description(0x6F, 0x0D, 0x01), "Drive Fault");
     EXPECT_EQ(event_description(0x6F, 0x0F, 0x02), "System Firmware Progress");
-    EXPECT_EQ(event_description(0x6F, 0x10, 0x02), "Log Area Reset/Cleared");
-    EXPECT_EQ(event_description(0x6F, 0x10, 0x04), "SEL Full");
-    EXPECT_EQ(event_description(0x6F, 0x12, 0x05), "Timestamp Clock Synch");
-    EXPECT_EQ(event_description(0x6F, 0x13, 0x00), "Front Panel NMI / Diagnostic Interrupt");
+    EXPECT_EQ(event_description(0x6F, 0x10, 0x02), "Log area reset/cleared");
+    EXPECT_EQ(event_description(0x6F, 0x10, 0x04), "Log full");
+    EXPECT_EQ(event_description(0x6F, 0x12, 0x05), "Timestamp Clock Sync");
+    EXPECT_EQ(event_description(0x6F, 0x13, 0x00), "NMI/Diag Interrupt");
     EXPECT_EQ(event_description(0x6F, 0x13, 0x0B),
-              "Bus Degraded (bus operating in a degraded performance state)");
+              "Bus Degraded");
     EXPECT_EQ(event_description(0x6F, 0x14, 0x00), "Power Button pressed");
     EXPECT_EQ(event_description(0x6F, 0x14, 0x02), "Reset Button pressed");
-    EXPECT_EQ(event_description(0x6F, 0x23, 0x01), "Hard Reset");
+    EXPECT_EQ(event_description(0x6F, 0x23, 0x01), "Hard reset");
     EXPECT_EQ(event_description(0x6F, 0x23, 0x08), "Timer interrupt");
-    EXPECT_EQ(event_description(0x6F, 0x22, 0x00), "S0 / G0 \"working\"");
-    EXPECT_EQ(event_description(0x6F, 0x22, 0x05), "S5 / G2 \"soft-off\"");
+    EXPECT_EQ(event_description(0x6F, 0x22, 0x00), "S0/G0: working");
+    EXPECT_EQ(event_description(0x6F, 0x22, 0x05), "S5/G2: soft-off");
     EXPECT_EQ(event_description(0x6F, 0x22, 0x0E), "Unknown");
     EXPECT_EQ(event_description(0x6F, 0x2A, 0x00), "Session Activated");
     EXPECT_EQ(event_description(0x6F, 0x2A, 0x01), "Session Deactivated");
     EXPECT_EQ(event_description(0x6F, 0x2A, 0x02), "Invalid Username or Password");
-    EXPECT_EQ(event_description(0x6F, 0x05, 0x00), "General Chassis Intrusion");
-    EXPECT_EQ(event_description(0x6F, 0x25, 0x01), "Entity Absent");
-    EXPECT_EQ(event_description(0x6F, 0x29, 0x01), "Battery failed");
+    EXPECT_EQ(event_description(0x6F, 0x05, 0x00), "General Chassis intrusion");
+    EXPECT_EQ(event_description(0x6F, 0x25, 0x01), "Absent");
+    EXPECT_EQ(event_description(0x6F, 0x29, 0x01), "Failed");
 }
 
 TEST(EventDescription, EveryRequiredSensorTypeHasATable)
@@ -140,7 +140,7 @@ TEST(EventDescription, TableChosenByEventTypeNotSensorType)
     // table, not the processor one.
     EXPECT_EQ(event_description(0x03, 0x07, 0x01), "State Asserted");
     EXPECT_EQ(event_description(0x6F, 0x07, 0x01), "Thermal Trip");
-    EXPECT_EQ(generic_event_description(0x08, 0x01), "Device Inserted / Device Present");
+    EXPECT_EQ(generic_event_description(0x08, 0x01), "Device Present");
     EXPECT_EQ(generic_event_description(0x01, 0x00), "Lower Non-critical going low");
 }
 

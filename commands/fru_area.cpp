@@ -1,5 +1,7 @@
 #include "fru_area.h"
 
+#include <iterator>
+
 #include "wire.h"
 
 namespace rmcpp::commands {
@@ -158,6 +160,23 @@ void decode_product(const uint8_t *image, size_t length, FruImage &fru)
 
 }  // namespace
 
+std::string_view fru_chassis_type_name(uint8_t chassis_type)
+{
+    static constexpr std::string_view kNames[] = {
+        "",                     // 00h
+        "Other",                "Unknown",               "Desktop",              "Low Profile Desktop",
+        "Pizza Box",            "Mini Tower",            "Tower",                "Portable",
+        "LapTop",               "Notebook",              "Hand Held",            "Docking Station",
+        "All in One",           "Sub Notebook",          "Space-saving",         "Lunch Box",
+        "Main Server Chassis",  "Expansion Chassis",     "SubChassis",           "Bus Expansion Chassis",
+        "Peripheral Chassis",   "RAID Chassis",          "Rack Mount Chassis",   "Sealed-case PC",
+        "Multi-system Chassis", "Compact PCI",           "Advanced TCA",         "Blade",
+        "Blade Enclosure",      "Tablet",                "Convertible",          "Detachable",
+        "IoT Gateway",          "Embedded PC",           "Mini PC",              "Stick PC",
+    };
+    return chassis_type < std::size(kNames) ? kNames[chassis_type] : std::string_view{};
+}
+
 FruField decode_fru_field(FruFieldType type, const uint8_t *data, size_t length, bool english)
 {
     FruField f;
@@ -258,6 +277,90 @@ FruImage decode_fru(const uint8_t *image, size_t length)
     if (multirecord && multirecord >= length)
         add_damage(fru.damage, FruAreaKind::multirecord, FruProblem::truncated, multirecord);
     return fru;
+}
+
+namespace {
+
+constexpr uint8_t kEnglish = 25;
+constexpr uint8_t kTextType = 0xC0;  // type 11b in bits 7:6
+
+// Version 1, length, the fixed bytes, the fields, C1h, zero padding to a
+// multiple of 8 and the checksum; nothing when a field is too long.
+std::optional<std::vector<uint8_t>> encode_area(const std::vector<uint8_t> &fixed,
+                                                std::initializer_list<const std::string *> fields)
+{
+    std::vector<uint8_t> encoded;
+    for (const std::string *f : fields) {
+        auto field = encode_fru_text_field(*f);
+        if (!field) return std::nullopt;
+        encoded.insert(encoded.end(), field->begin(), field->end());
+    }
+    const size_t body = 2 + fixed.size() + encoded.size() + 1 + 1;  // ..., C1h, checksum
+    const size_t size = (body + 7) / 8 * 8;
+    if (size / 8 > 0xFF) return std::nullopt;
+    std::vector<uint8_t> area(size);
+    wire::Writer w(area.data(), area.size());
+    w.u8(0x01).u8(static_cast<uint8_t>(size / 8)).bytes(fixed.data(), fixed.size());
+    w.bytes(encoded.data(), encoded.size());
+    w.u8(kEndOfFields).fill(0x00, size - 1 - w.size());
+    w.u8(wire::checksum(area.data(), size - 1));
+    if (!w.ok()) return std::nullopt;
+    return area;
+}
+
+}  // namespace
+
+std::optional<std::vector<uint8_t>> encode_fru_text_field(const std::string &text)
+{
+    if (text.size() > kFruFieldMaxLength) return std::nullopt;
+    if (text.size() == 1) {
+        const uint8_t c = static_cast<uint8_t>(text[0]);
+        if (c < 0x20 || c > 0x5F) return std::nullopt;
+        return std::vector<uint8_t>{static_cast<uint8_t>((2u << 6) | 1u), static_cast<uint8_t>(c - 0x20)};
+    }
+    std::vector<uint8_t> out(1 + text.size());
+    wire::Writer w(out.data(), out.size());
+    w.u8(static_cast<uint8_t>(kTextType | text.size()));
+    w.bytes(reinterpret_cast<const uint8_t *>(text.data()), text.size());
+    return out;
+}
+
+std::optional<std::vector<uint8_t>> encode_fru(const FruContents &contents)
+{
+    std::optional<std::vector<uint8_t>> chassis, board, product;
+    if (const auto &c = contents.chassis) {
+        chassis = encode_area({c->chassis_type}, {&c->part_number, &c->serial_number});
+        if (!chassis) return std::nullopt;
+    }
+    if (const auto &b = contents.board) {
+        if (b->mfg_minutes > 0xFFFFFF) return std::nullopt;
+        board = encode_area({kEnglish, static_cast<uint8_t>(b->mfg_minutes), static_cast<uint8_t>(b->mfg_minutes >> 8),
+                             static_cast<uint8_t>(b->mfg_minutes >> 16)},
+                            {&b->manufacturer, &b->product_name, &b->serial_number, &b->part_number,
+                             &b->fru_file_id});
+        if (!board) return std::nullopt;
+    }
+    if (const auto &p = contents.product) {
+        product = encode_area({kEnglish}, {&p->manufacturer, &p->product_name, &p->part_number, &p->version,
+                                           &p->serial_number, &p->asset_tag, &p->fru_file_id});
+        if (!product) return std::nullopt;
+    }
+
+    std::vector<uint8_t> image(kHeaderLength);
+    uint8_t offsets[3] = {0, 0, 0};
+    int i = 0;
+    for (const auto *area : {&chassis, &board, &product}) {
+        if (*area) {
+            if (image.size() / 8 > 0xFF) return std::nullopt;
+            offsets[i] = static_cast<uint8_t>(image.size() / 8);
+            image.insert(image.end(), (*area)->begin(), (*area)->end());
+        }
+        ++i;
+    }
+    wire::Writer w(image.data(), kHeaderLength);
+    w.u8(0x01).u8(0x00).u8(offsets[0]).u8(offsets[1]).u8(offsets[2]).u8(0x00).u8(0x00);
+    w.u8(wire::checksum(image.data(), kHeaderLength - 1));
+    return image;
 }
 
 }  // namespace rmcpp::commands

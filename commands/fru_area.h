@@ -10,7 +10,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace rmcpp::commands {
@@ -118,9 +120,49 @@ inline constexpr int64_t kFruEpochUnix = 820454400;
 // language makes it 2-byte Unicode, least significant byte first.
 constexpr bool fru_language_english(uint8_t language) { return language == 0 || language == 25; }
 
+// The chassis type's name from the SMBIOS system enclosure types ("Rack
+// Mount Chassis" for 17h); empty for codes it does not name.
+std::string_view fru_chassis_type_name(uint8_t chassis_type);
+
 // Decodes one field's data bytes of the given type into text.
 FruField decode_fru_field(FruFieldType type, const uint8_t *data, size_t length, bool english);
 
 FruImage decode_fru(const uint8_t *image, size_t length);
+
+// ---- Encoding -------------------------------------------------------------
+// The twin of decode_fru() for the fields a platform describes: fields are
+// written as 8-bit ASCII text (type 11b), language English, each area
+// padded to a multiple of 8 bytes and checksummed.
+
+inline constexpr size_t kFruFieldMaxLength = 63;  // 6-bit length
+
+struct FruChassisFields {
+    uint8_t chassis_type = 0;
+    std::string part_number, serial_number;
+};
+
+struct FruBoardFields {
+    uint32_t mfg_minutes = 0;  // minutes since 1996-01-01 00:00 UTC; 0 = not given
+    std::string manufacturer, product_name, serial_number, part_number, fru_file_id;
+};
+
+struct FruProductFields {
+    std::string manufacturer, product_name, part_number, version, serial_number, asset_tag, fru_file_id;
+};
+
+struct FruContents {
+    std::optional<FruChassisFields> chassis;
+    std::optional<FruBoardFields> board;
+    std::optional<FruProductFields> product;
+};
+
+// Type/length byte and text. As C1h marks the end of the fields, one
+// character goes as 6-bit ASCII (space to underscore only). Nothing for text
+// longer than 63 bytes or a single character 6-bit ASCII lacks.
+std::optional<std::vector<uint8_t>> encode_fru_text_field(const std::string &text);
+
+// Common header and the areas present, in chassis, board, product order.
+// Nothing when a field is too long or a mfg date exceeds 24 bits.
+std::optional<std::vector<uint8_t>> encode_fru(const FruContents &contents);
 
 }  // namespace rmcpp::commands

@@ -413,3 +413,98 @@ TEST(FruImage, EverySingleByteChangeIsReportedDamaged)
         }
     }
 }
+
+namespace rmcpp::commands {
+namespace {
+
+TEST(EncodeFru, RoundTripsEveryFieldThroughTheDecoder)
+{
+    FruContents c;
+    c.chassis = FruChassisFields{0x17, "CH-PART-1", "CH-SER-1"};
+    c.board = FruBoardFields{12345678, "Acme Corp", "Board X", "BSN-1", "BPN-1", "file.bin"};
+    c.product = FruProductFields{"Acme", "Server Y", "PPN-1", "1.0", "PSN-1", "Asset-7", ""};
+    const auto image = encode_fru(c);
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->size() % 8, 0u);
+    const FruImage fru = decode_fru(image->data(), image->size());
+    EXPECT_TRUE(fru.header_ok);
+    EXPECT_FALSE(fru.damaged());
+    EXPECT_EQ(fru.chassis_offset, 8u);
+    EXPECT_EQ(fru.chassis.chassis_type, 0x17);
+    EXPECT_EQ(fru.chassis.part_number.text, "CH-PART-1");
+    EXPECT_EQ(fru.chassis.serial_number.text, "CH-SER-1");
+    EXPECT_EQ(fru.board.mfg_minutes, 12345678u);
+    EXPECT_EQ(fru.board.manufacturer.text, "Acme Corp");
+    EXPECT_EQ(fru.board.product_name.text, "Board X");
+    EXPECT_EQ(fru.board.serial_number.text, "BSN-1");
+    EXPECT_EQ(fru.board.part_number.text, "BPN-1");
+    EXPECT_EQ(fru.board.fru_file_id.text, "file.bin");
+    EXPECT_EQ(fru.board.fru_file_id.type, FruFieldType::text);
+    EXPECT_EQ(fru.board.language, 25);
+    EXPECT_EQ(fru.product.manufacturer.text, "Acme");
+    EXPECT_EQ(fru.product.product_name.text, "Server Y");
+    EXPECT_EQ(fru.product.part_number.text, "PPN-1");
+    EXPECT_EQ(fru.product.version.text, "1.0");
+    EXPECT_EQ(fru.product.serial_number.text, "PSN-1");
+    EXPECT_EQ(fru.product.asset_tag.text, "Asset-7");
+    EXPECT_EQ(fru.product.fru_file_id.text, "");
+    EXPECT_TRUE(fru.chassis.custom.empty());
+}
+
+TEST(EncodeFru, WritesTheHeaderAndAreaBytes)
+{
+    FruContents c;
+    c.chassis = FruChassisFields{0x01, "AB", ""};
+    const auto image = encode_fru(c);
+    ASSERT_TRUE(image);
+    // Header: version 1, chassis at 8, checksum; area: 01h, 2 x 8 bytes,
+    // type, "AB", empty serial, C1h, pad, checksum.
+    const std::vector<uint8_t> want{0x01, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00, 0xFE, 0x01, 0x02, 0x01, 0xC2,
+                                    0x41, 0x42, 0xC0, 0xC1, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x36};
+    EXPECT_EQ(*image, want);
+}
+
+TEST(EncodeFru, OnlyTheAreasGivenArePresent)
+{
+    FruContents c;
+    c.product = FruProductFields{"M", "N", "P", "V", "S", "A", ""};
+    const auto image = encode_fru(c);
+    ASSERT_TRUE(image);
+    const FruImage fru = decode_fru(image->data(), image->size());
+    EXPECT_FALSE(fru.damaged());
+    EXPECT_FALSE(fru.chassis.present);
+    EXPECT_FALSE(fru.board.present);
+    EXPECT_TRUE(fru.product.present);
+    EXPECT_EQ(fru.product_offset, 8u);
+}
+
+TEST(EncodeFru, RefusesAFieldLongerThan63BytesOrADateBeyond24Bits)
+{
+    FruContents c;
+    c.product = FruProductFields{std::string(64, 'x'), "", "", "", "", "", ""};
+    EXPECT_FALSE(encode_fru(c));
+    c.product->manufacturer = std::string(63, 'x');
+    EXPECT_TRUE(encode_fru(c));
+    FruContents d;
+    d.board = FruBoardFields{0x1000000, "", "", "", "", ""};
+    EXPECT_FALSE(encode_fru(d));
+    EXPECT_FALSE(encode_fru_text_field(std::string(64, 'y')));
+    EXPECT_EQ(*encode_fru_text_field("AB"), (std::vector<uint8_t>{0xC2, 'A', 'B'}));
+}
+
+TEST(EncodeFru, AOneCharacterFieldIsSixBitAsciiAsC1hEndsTheFields)
+{
+    EXPECT_EQ(*encode_fru_text_field("A"), (std::vector<uint8_t>{0x81, 'A' - 0x20}));
+    EXPECT_FALSE(encode_fru_text_field("a"));
+    FruContents c;
+    c.product = FruProductFields{"M", "N", "1", "V", "S", "A", ""};
+    const auto image = encode_fru(c);
+    ASSERT_TRUE(image);
+    const FruImage fru = decode_fru(image->data(), image->size());
+    EXPECT_FALSE(fru.damaged());
+    EXPECT_EQ(fru.product.part_number.text, "1");
+    EXPECT_EQ(fru.product.asset_tag.text, "A");
+}
+
+}  // namespace
+}  // namespace rmcpp::commands

@@ -29,6 +29,12 @@ target_compile_options(rmcpp_fuzz_core PRIVATE ${RMCPP_FUZZ_COMPILE})
 target_compile_definitions(rmcpp_fuzz_core PRIVATE $<TARGET_PROPERTY:rmcpp,COMPILE_DEFINITIONS>)
 target_link_libraries(rmcpp_fuzz_core PUBLIC OpenSSL::Crypto)
 
+# The everyday commands' decoders, built the same way.
+get_target_property(RMCPP_FUZZ_COMMANDS_SOURCES rmcpp_commands SOURCES)
+add_library(rmcpp_fuzz_commands STATIC ${RMCPP_FUZZ_COMMANDS_SOURCES})
+target_include_directories(rmcpp_fuzz_commands PUBLIC ${PROJECT_SOURCE_DIR}/commands PRIVATE ${PROJECT_SOURCE_DIR}/rmcp)
+target_compile_options(rmcpp_fuzz_commands PRIVATE ${RMCPP_FUZZ_COMPILE})
+
 # The simulator's engine, built the same way.
 get_target_property(RMCPP_FUZZ_SIM_SOURCES bmcsim_core SOURCES)
 get_target_property(RMCPP_FUZZ_SIM_DIR bmcsim_core SOURCE_DIR)
@@ -38,13 +44,7 @@ target_include_directories(rmcpp_fuzz_bmcsim PUBLIC ${RMCPP_FUZZ_SIM_DIR} PRIVAT
 target_compile_options(rmcpp_fuzz_bmcsim PRIVATE ${RMCPP_FUZZ_COMPILE})
 find_package(Threads REQUIRED)
 find_package(yaml-cpp REQUIRED)
-target_link_libraries(rmcpp_fuzz_bmcsim PUBLIC OpenSSL::Crypto Threads::Threads rmcpp_commands PRIVATE yaml-cpp)
-
-# The everyday commands' decoders, built the same way.
-get_target_property(RMCPP_FUZZ_COMMANDS_SOURCES rmcpp_commands SOURCES)
-add_library(rmcpp_fuzz_commands STATIC ${RMCPP_FUZZ_COMMANDS_SOURCES})
-target_include_directories(rmcpp_fuzz_commands PUBLIC ${PROJECT_SOURCE_DIR}/commands PRIVATE ${PROJECT_SOURCE_DIR}/rmcp)
-target_compile_options(rmcpp_fuzz_commands PRIVATE ${RMCPP_FUZZ_COMPILE})
+target_link_libraries(rmcpp_fuzz_bmcsim PUBLIC OpenSSL::Crypto Threads::Threads rmcpp_fuzz_commands PRIVATE yaml-cpp)
 
 foreach(parser ${RMCPP_FUZZ_PARSERS})
   set(target fuzz_${parser})

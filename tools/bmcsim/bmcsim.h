@@ -17,6 +17,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -239,6 +240,44 @@ struct ChassisState {
     bool operator==(const ChassisState &) const = default;
 };
 
+// A system event the BMC logs in its SEL (Add SEL Entry's record type
+// 02h); the timestamp is the time it is logged.
+struct SystemEvent {
+    uint16_t generator_id = 0x0020;  // the BMC at 20h, LUN 0, channel 0
+    uint8_t sensor_type = 0;
+    uint8_t sensor_number = 0;
+    uint8_t event_type = 0x01;  // event/reading type code
+    bool deassertion = false;
+    std::array<uint8_t, 3> event_data{0x00, 0xFF, 0xFF};
+
+    bool operator==(const SystemEvent &) const = default;
+};
+
+// The System Event Log the BMC starts with (sel.cpp). A changed
+// configuration replaces the running log.
+struct SelConfig {
+    // 16-byte records; their record IDs are given anew from 1 in order.
+    std::vector<std::array<uint8_t, 16>> entries;
+    uint16_t capacity = 512;  // records
+    // Get SEL Entry of a whole record (bytes to read FFh) answers CAh when
+    // false, so consoles must read records in parts.
+    bool whole_records = true;
+    uint8_t max_partial_read = 16;  // larger partial reads answer CAh
+    // Clear SEL get-status polls answered "in progress" after each erase.
+    int erase_polls = 1;
+
+    bool operator==(const SelConfig &) const = default;
+};
+
+// One FRU device (fru.cpp): Read FRU Data serves `image`.
+struct FruDeviceConfig {
+    Bytes image;
+    bool access_by_words = false;
+    uint8_t max_read = 32;  // counts above this answer CAh
+
+    bool operator==(const FruDeviceConfig &) const = default;
+};
+
 struct Config {
     // IPv4 ("127.0.0.5") or IPv6 ("::1", "fe80::1%eth0"; brackets allowed).
     std::string address = "127.0.0.1";
@@ -289,6 +328,8 @@ struct Config {
     // crosses or comes back from, found whenever the sensors are sampled
     // (at each Get Sensor Reading or Get Sensor Thresholds).
     ThresholdCrossingHook on_threshold_crossing;
+    SelConfig sel;
+    std::map<uint8_t, FruDeviceConfig> fru;  // by FRU device ID
 };
 
 // The cipher suites the simulator can serve: 0, 1, 2, 3, 15, 16, 17.

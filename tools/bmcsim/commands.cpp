@@ -115,6 +115,8 @@ Engine::CommandResult Engine::command(Session &s, const IpmiRequest &rq, const C
         answer(kOk);
     } else if (uint8_t cc = 0; sdr_.handle(rq.netfn, rq.cmd, rq.data, c, sensor_time(), cc, r.response)) {
         answer(cc, Bytes(r.response));
+    } else if (sel_command(rq, c, r) || fru_command(rq, c, r)) {
+        // answered in sel.cpp or fru.cpp
     } else {
         answer(kInvalidCommand);
     }

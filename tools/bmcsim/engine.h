@@ -12,6 +12,7 @@
 #include "crypto.h"
 #include "ipmi.h"
 #include "sdr_store.h"
+#include "sel.h"
 
 namespace bmcsim::detail {
 
@@ -120,6 +121,9 @@ public:
     size_t rejected() const { return rejected_; }
     ChassisState chassis(const Config &c);
     std::vector<SessionInfo> sessions() const;
+    // Logs a system event in the SEL at the current time (sel.cpp); false
+    // when the SEL is full.
+    bool log_system_event(const SystemEvent &event, const Config &c);
 
 private:
     // ping.cpp
@@ -146,6 +150,10 @@ private:
     void set_session_privilege(Session &s, const IpmiRequest &rq, CommandResult &r);
     void session_info(const Session &s, const IpmiRequest &rq, const Config &c, CommandResult &r);
     void close(std::map<uint32_t, Session>::iterator it, const std::string &how);
+    // sel.cpp, fru.cpp: Storage commands; false when `rq` is none of theirs.
+    bool sel_command(const IpmiRequest &rq, const Config &c, CommandResult &r);
+    bool fru_command(const IpmiRequest &rq, const Config &c, CommandResult &r);
+    SelStore sel_;
     // The running chassis; a changed Config::chassis replaces it.
     ChassisState chassis_{}, chassis_configured_{};
     SdrRepository sdr_;  // the SDR repository and the sensors
