@@ -108,6 +108,9 @@ Engine::CommandResult Engine::command(Session &s, const IpmiRequest &rq, const C
         log(std::string("chassis control ") + hex(&control, 1) + " (" + kControls[control] + "): power " +
             (state.power_on ? "on" : "off"));
         answer(kOk);
+    } else if (boot_options_command(rq, c, r)) {
+    } else if (lan_command(rq, c, r)) {
+    } else if (user_command(rq, c, r)) {
     } else {
         answer(kInvalidCommand);
     }

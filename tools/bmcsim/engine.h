@@ -145,6 +145,14 @@ private:
     void set_session_privilege(Session &s, const IpmiRequest &rq, CommandResult &r);
     void session_info(const Session &s, const IpmiRequest &rq, const Config &c, CommandResult &r);
     void close(std::map<uint32_t, Session>::iterator it, const std::string &how);
+    // boot_options.cpp: Get / Set System Boot Options; false when rq is neither.
+    bool boot_options_command(const IpmiRequest &rq, const Config &c, CommandResult &r);
+    BootOptions boot_{}, boot_configured_{};
+    bool boot_known_ = false;
+    // lan.cpp: Get LAN Configuration Parameters.
+    bool lan_command(const IpmiRequest &rq, const Config &c, CommandResult &r);
+    // users.cpp: Get User Access, Get User Name, Get Channel Info, Get Channel Access.
+    bool user_command(const IpmiRequest &rq, const Config &c, CommandResult &r);
     // The running chassis; a changed Config::chassis replaces it.
     ChassisState chassis_{}, chassis_configured_{};
     bool chassis_known_ = false;
