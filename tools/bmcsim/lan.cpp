@@ -53,10 +53,14 @@ bool Engine::lan_command(const IpmiRequest &rq, const Config &c, CommandResult &
     case 5: add(lan.mac_address); break;
     case 6: add(lan.subnet_mask); break;
     case 12: add(lan.default_gateway); break;
+    case 13: add(std::array<uint8_t, 6>{}); break;  // default gateway MAC address: not known
+    case 14: add(std::array<uint8_t, 4>{}); break;  // no backup gateway
+    case 15: add(std::array<uint8_t, 6>{}); break;
     case 20:
         d.push_back(static_cast<uint8_t>(lan.vlan_id));
         d.push_back(static_cast<uint8_t>((lan.vlan_id ? 0x80 : 0) | ((lan.vlan_id >> 8) & 0x0F)));
         break;
+    case 21: d.push_back(0x00); break;  // VLAN priority 0
     case 22: d.push_back(static_cast<uint8_t>(std::min<size_t>(c.cipher_suites.size(), 16))); break;
     case 23:
         d.push_back(0x00);
