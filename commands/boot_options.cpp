@@ -120,7 +120,7 @@ const char *console_redirection_text(uint8_t control)
     case 0: return "Console redirection occurs per BIOS configuration setting (default)";
     case 1: return "Suppress (skip) console redirection if enabled";
     case 2: return "Request console redirection be enabled";
-    default: return "BIOS Setting";
+    default: return "Flag error";
     }
 }
 
@@ -130,7 +130,7 @@ const char *bios_mux_text(uint8_t mux)
     case 0: return "BIOS uses recommended setting of the mux at the end of POST";
     case 1: return "Requests BIOS to force mux to BMC at conclusion of POST/start of OS boot";
     case 2: return "Requests BIOS to force mux to system at conclusion of POST/start of OS boot";
-    default: return "Reserved";
+    default: return "Flag error";
     }
 }
 

@@ -88,6 +88,8 @@ struct BootFlags {
 std::optional<BootFlags> decode_boot_flags(const uint8_t *data, size_t length);
 std::array<uint8_t, kBootFlagsSize> encode_boot_flags(const BootFlags &flags);
 
+// The two-bit and three-bit fields in words; "Flag error" for the values
+// that mean nothing.
 const char *verbosity_text(uint8_t verbosity);
 const char *console_redirection_text(uint8_t control);
 const char *bios_mux_text(uint8_t mux);

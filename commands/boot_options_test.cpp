@@ -248,3 +248,14 @@ TEST(SetBootDevice, OtherRefusalOfSetInProgressStops)
     EXPECT_THROW(set_boot_device(t, BootDevice::Pxe, false, false), CommandError);
     EXPECT_EQ(t.asked.size(), 1u);
 }
+
+TEST(BootFlagWords, ValuesWithoutMeaningAreFlagErrors)
+{
+    EXPECT_STREQ(verbosity_text(1), "Request Quiet Display");
+    EXPECT_STREQ(verbosity_text(3), "Flag error");
+    EXPECT_STREQ(console_redirection_text(1), "Suppress (skip) console redirection if enabled");
+    EXPECT_STREQ(console_redirection_text(3), "Flag error");
+    EXPECT_STREQ(bios_mux_text(2), "Requests BIOS to force mux to system at conclusion of POST/start of OS boot");
+    EXPECT_STREQ(bios_mux_text(3), "Flag error");
+    EXPECT_STREQ(bios_mux_text(7), "Flag error");
+}

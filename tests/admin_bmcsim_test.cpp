@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <memory>
+#include <sstream>
 
 #include "admin_testkit.h"
 #include "bmcsim.h"
@@ -124,6 +125,33 @@ TEST_F(AdminBmcsim, BootdevIsWhatIpmitoolReadsBack)
         const auto progress = admintest::run_tool(options(), {"chassis", "bootparam", "get", "0"});
         EXPECT_EQ(progress.json["set_in_progress"], "Set Complete");
     }
+}
+
+// Every other boot flag, set in the simulator: the same lines as ipmitool's
+// (trailing blanks aside), and one more for the device instance, which
+// ipmitool does not show.
+TEST_F(AdminBmcsim, EveryBootFlagReadsAsIpmitoolPrintsIt)
+{
+    const std::array<uint8_t, 5> cases[] = {
+        {0xE0, 0xC7, 0xFF, 0x0F, 0x1F}, {0xE0, 0x00, 0x20, 0x01, 0x00}, {0x80, 0x08, 0x41, 0x02, 0x00},
+        {0x40, 0x3C, 0x00, 0x00, 0x00}, {0x00, 0x24, 0x62, 0x00, 0x03}};
+    for (const auto &flags : cases) {
+        sim_->modify([&](bmcsim::Config &c) { c.boot.boot_flags = flags; });
+        const auto theirs = ipmitool({"chassis", "bootparam", "get", "5"});
+        ASSERT_EQ(theirs.exit_code, 0) << simtest::output(theirs);
+        const auto mine = admintest::run_tool(options(), {"chassis", "bootparam", "get", "5"});
+        std::istringstream a(mine.text), b(theirs.out);
+        std::vector<std::string> ours, ipmitools;
+        for (std::string line; std::getline(a, line);)
+            if (line.find("Device Instance Selector") == std::string::npos) ours.push_back(line);
+        for (std::string line; std::getline(b, line);) {
+            line.erase(line.find_last_not_of(' ') + 1);
+            if (!line.empty()) ipmitools.push_back(line);
+        }
+        EXPECT_EQ(ours, ipmitools) << mine.text << "\n" << theirs.out;
+        EXPECT_EQ(mine.json["boot_flags"]["device_instance"], flags[4] & 0x1F);
+    }
+    sim_->modify([](bmcsim::Config &c) { c.boot = {}; });
 }
 
 TEST_F(AdminBmcsim, BootFlagsAgreeWithFreeipmi)

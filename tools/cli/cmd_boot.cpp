@@ -1,4 +1,5 @@
 // chassis bootdev DEVICE [--persistent] [--efi] and chassis bootparam get N.
+#include <cctype>
 #include <cstdio>
 
 #include "boot_options.h"
@@ -84,7 +85,9 @@ Printed print_boot_param(const BootParameter &p)
                         {"valid", !r.locked},
                         {"data", hex_bytes(r.data)}};
     if (p.set_in_progress) {
-        t += std::string(" Set In Progress : ") + set_in_progress_text(*p.set_in_progress) + "\n";
+        std::string words = set_in_progress_text(*p.set_in_progress);
+        for (char &c : words) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        t += " Set In Progress : " + words + "\n";
         j["set_in_progress"] = set_in_progress_text(*p.set_in_progress);
     }
     if (p.boot_flags) {
