@@ -37,7 +37,7 @@ add_library(rmcpp_fuzz_bmcsim STATIC ${RMCPP_FUZZ_SIM_SOURCES})
 target_include_directories(rmcpp_fuzz_bmcsim PUBLIC ${RMCPP_FUZZ_SIM_DIR} PRIVATE ${PROJECT_SOURCE_DIR}/rmcp)
 target_compile_options(rmcpp_fuzz_bmcsim PRIVATE ${RMCPP_FUZZ_COMPILE})
 find_package(Threads REQUIRED)
-target_link_libraries(rmcpp_fuzz_bmcsim PUBLIC OpenSSL::Crypto Threads::Threads)
+target_link_libraries(rmcpp_fuzz_bmcsim PUBLIC OpenSSL::Crypto Threads::Threads yaml-cpp)
 
 foreach(parser ${RMCPP_FUZZ_PARSERS})
   set(target fuzz_${parser})
