@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "scripted_transport_testkit.h"
 
 namespace rmcpp::commands {
@@ -25,8 +27,10 @@ Bytes record(uint16_t id)
 
 Bytes entry_answer(uint16_t next, const Bytes &rec)
 {
-    Bytes b{static_cast<uint8_t>(next), static_cast<uint8_t>(next >> 8)};
-    b.insert(b.end(), rec.begin(), rec.end());
+    Bytes b(2 + rec.size());
+    b[0] = static_cast<uint8_t>(next);
+    b[1] = static_cast<uint8_t>(next >> 8);
+    std::copy(rec.begin(), rec.end(), b.begin() + 2);
     return b;
 }
 

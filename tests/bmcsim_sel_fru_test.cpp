@@ -135,7 +135,7 @@ TEST(PlatformFru, BadValuesNameTheirLine)
 
 TEST(PlatformSample, TheSampleSectionsLoad)
 {
-    const YAML::Node root = YAML::LoadFile(RMCPP_SOURCE_DIR "/tools/bmcsim/sample-platform-sel-fru.yaml");
+    const YAML::Node root = YAML::LoadFile(RMCPP_SOURCE_DIR "/tools/bmcsim/sample-platform.yaml");
     Config c;
     bmcsim::load_sel(root["sel"], c);
     bmcsim::load_fru(root["fru"], c);

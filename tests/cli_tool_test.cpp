@@ -4,6 +4,10 @@
 // step after establishment fails, and ADMINISTRATOR is asked by default.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
+#include <mutex>
+
 #include <memory>
 #include <string>
 #include <vector>
@@ -111,12 +115,38 @@ TEST_F(CliTool, RefusalUnderJsonIsAnErrorObjectWithTheCompletionCode)
 {
     sim_->modify([](bmcsim::Config &c) {
         c.session.fault = bmcsim::SessionFault::CompletionCode;
-        c.session.value = 0xD4;
+        c.session.value = 0xD5;
         c.session.reply.faulty_answers = 1;
     });
     const auto r = rmcpp(kBmc, {"--json", "-C", "3", "chassis", "status"});
-    expect_error_object(r, 0xD4, "completion_code");
-    EXPECT_EQ(r.err, "rmcpp: chassis status failed: completion code 0xD4 (insufficient privilege level)\n");
+    expect_error_object(r, 0xD5, "completion_code");
+    EXPECT_EQ(r.err, "rmcpp: chassis status failed: completion code 0xD5 (command not supported in present state)\n");
+}
+
+// A session starts at User level: a request refused for insufficient
+// privilege is sent again once Set Session Privilege Level has raised the
+// session to the level asked for (ADMINISTRATOR by default, -L otherwise).
+TEST_F(CliTool, InsufficientPrivilegeRaisesTheSessionAndSendsTheRequestAgain)
+{
+    std::vector<std::string> log;
+    std::mutex m;
+    sim_->on_log([&](const std::string &line) {
+        std::lock_guard<std::mutex> lock(m);
+        log.push_back(line);
+    });
+    sim_->modify([](bmcsim::Config &c) {
+        c.session.fault = bmcsim::SessionFault::CompletionCode;
+        c.session.value = 0xD4;
+        c.session.reply.faulty_answers = 1;
+    });
+    const auto r = rmcpp(kBmc, {"-C", "3", "-L", "OPERATOR", "chassis", "status"});
+    EXPECT_EQ(r.exit_code, 0) << r.err;
+    EXPECT_NE(r.out.find("System Power"), std::string::npos) << r.out;
+    std::lock_guard<std::mutex> lock(m);
+    const bool raised = std::any_of(log.begin(), log.end(), [](const std::string &line) {
+        return line.find(": privilege OPERATOR") != std::string::npos;
+    });
+    EXPECT_TRUE(raised) << "no Set Session Privilege Level to OPERATOR in the simulator's log";
 }
 
 // A refused request after establishment: the session is closed all the same.

@@ -28,7 +28,7 @@ bmcsim::Config platform()
     c.address = kAddress;
     c.users = {{"admin", "password", 4, true}};
     c.standard_keys = true;
-    const YAML::Node root = YAML::LoadFile(RMCPP_SOURCE_DIR "/tools/bmcsim/sample-platform-sel-fru.yaml");
+    const YAML::Node root = YAML::LoadFile(RMCPP_SOURCE_DIR "/tools/bmcsim/sample-platform.yaml");
     bmcsim::load_sel(root["sel"], c);
     bmcsim::load_fru(root["fru"], c);
     c.fru.at(0).max_read = 20;  // reads of 32 bytes answer CAh

@@ -6,6 +6,8 @@
 // encoders.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <filesystem>
 #include <memory>
 
@@ -23,8 +25,9 @@ constexpr const char *kAddress = "127.0.13.2";
 // type/length byte and data), C1h, zero padding and the checksum.
 std::vector<uint8_t> area(std::vector<uint8_t> fixed, const std::vector<std::vector<uint8_t>> &fields)
 {
-    std::vector<uint8_t> a{0x01, 0x00};
-    a.insert(a.end(), fixed.begin(), fixed.end());
+    std::vector<uint8_t> a(2 + fixed.size());
+    a[0] = 0x01;
+    std::copy(fixed.begin(), fixed.end(), a.begin() + 2);
     for (const auto &f : fields) a.insert(a.end(), f.begin(), f.end());
     a.push_back(0xC1);
     while ((a.size() + 1) % 8) a.push_back(0x00);
@@ -37,8 +40,9 @@ std::vector<uint8_t> area(std::vector<uint8_t> fixed, const std::vector<std::vec
 
 std::vector<uint8_t> text(const std::string &s)
 {
-    std::vector<uint8_t> f{static_cast<uint8_t>(0xC0 | s.size())};
-    f.insert(f.end(), s.begin(), s.end());
+    std::vector<uint8_t> f(1 + s.size());
+    f[0] = static_cast<uint8_t>(0xC0 | s.size());
+    std::copy(s.begin(), s.end(), f.begin() + 1);
     return f;
 }
 

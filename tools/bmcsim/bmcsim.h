@@ -278,6 +278,35 @@ struct FruDeviceConfig {
     bool operator==(const FruDeviceConfig &) const = default;
 };
 
+// System boot options: the boot flags (parameter 5) as Get System Boot
+// Options returns them. Set System Boot Options changes the running copy; a
+// changed configuration replaces it.
+struct BootOptions {
+    std::array<uint8_t, 5> boot_flags{};  // data 1 to 5 of parameter 5
+    bool flags_locked = false;            // parameter 5 marked invalid / locked
+    uint8_t info_acknowledge = 0;         // parameter 4: boot info acknowledge bits
+    uint8_t set_in_progress = 0;          // parameter 0: 0 complete, 1 in progress
+
+    bool operator==(const BootOptions &) const = default;
+};
+
+// LAN configuration parameters of the simulator's LAN channel.
+struct LanParameters {
+    uint8_t ip_source = 1;                          // 1 static, 2 DHCP, 3 BIOS, 4 other
+    std::optional<std::array<uint8_t, 4>> ip_address;  // default: the address a request came to
+    std::array<uint8_t, 4> subnet_mask{255, 255, 255, 0};
+    std::array<uint8_t, 4> default_gateway{};
+    std::array<uint8_t, 6> mac_address{0x02, 0x00, 0x5A, 0x5A, 0x00, 0x01};
+    uint16_t vlan_id = 0;  // 0: VLAN disabled; else 1 to 4095
+    uint8_t auth_type_support = 0x15;                   // NONE, MD5, PASSWORD
+    std::array<uint8_t, 5> auth_type_enables{0x15, 0x15, 0x15, 0x15, 0x00};  // callback, user, operator, admin, OEM
+    // Maximum privilege of each cipher suite (by suite ID); suites not
+    // listed get Config::channel_max_privilege.
+    std::vector<std::pair<int, uint8_t>> cipher_suite_privileges;
+
+    bool operator==(const LanParameters &) const = default;
+};
+
 struct Config {
     // IPv4 ("127.0.0.5") or IPv6 ("::1", "fe80::1%eth0"; brackets allowed).
     std::string address = "127.0.0.1";
@@ -330,6 +359,12 @@ struct Config {
     ThresholdCrossingHook on_threshold_crossing;
     SelConfig sel;
     std::map<uint8_t, FruDeviceConfig> fru;  // by FRU device ID
+    BootOptions boot;
+    LanParameters lan;
+    // Get User Access: the user IDs the BMC has (at least users.size()) and
+    // how many of them have fixed names.
+    uint8_t max_user_ids = 10;
+    uint8_t fixed_name_user_ids = 0;
 };
 
 // The cipher suites the simulator can serve: 0, 1, 2, 3, 15, 16, 17.

@@ -58,6 +58,8 @@ Engine::CommandResult Engine::command(Session &s, const IpmiRequest &rq, const C
     CommandResult r;
     auto answer = [&](uint8_t cc, const Bytes &data = {}) { r.response = response_to(rq, cc, data); };
     bool app = rq.netfn == kApp, chassis = rq.netfn == kChassis;
+    // Crossings found while this request samples the sensors go to the SEL.
+    sdr_.log_event = [this, &c](const ThresholdCrossing &x) { log_threshold_event(x, c); };
 
     if (app && rq.cmd == kGetDeviceId) {
         answer(kOk, device_id(c.device));
@@ -117,10 +119,25 @@ Engine::CommandResult Engine::command(Session &s, const IpmiRequest &rq, const C
         answer(cc, Bytes(r.response));
     } else if (sel_command(rq, c, r) || fru_command(rq, c, r)) {
         // answered in sel.cpp or fru.cpp
+    } else if (boot_options_command(rq, c, r) || lan_command(rq, c, r) || user_command(rq, c, r)) {
+        // answered in boot_options.cpp, lan.cpp or users.cpp
     } else {
         answer(kInvalidCommand);
     }
     return r;
+}
+
+// A threshold crossing as the SEL records it: event data 1 says that bytes 2
+// and 3 carry the trigger reading and the trigger threshold.
+void Engine::log_threshold_event(const ThresholdCrossing &x, const Config &c)
+{
+    SystemEvent e;
+    e.sensor_type = x.sensor_type;
+    e.sensor_number = x.sensor_number;
+    e.event_type = 0x01;
+    e.deassertion = !x.asserted;
+    e.event_data = {static_cast<uint8_t>(0x50 | (x.event_offset & 0x0F)), x.raw_reading, x.raw_threshold};
+    log_system_event(e, c);
 }
 
 void Engine::set_session_privilege(Session &s, const IpmiRequest &rq, CommandResult &r)

@@ -124,6 +124,8 @@ public:
     // Logs a system event in the SEL at the current time (sel.cpp); false
     // when the SEL is full.
     bool log_system_event(const SystemEvent &event, const Config &c);
+    // A sensor's threshold crossing, logged as a threshold system event.
+    void log_threshold_event(const ThresholdCrossing &x, const Config &c);
 
 private:
     // ping.cpp
@@ -154,6 +156,14 @@ private:
     bool sel_command(const IpmiRequest &rq, const Config &c, CommandResult &r);
     bool fru_command(const IpmiRequest &rq, const Config &c, CommandResult &r);
     SelStore sel_;
+    // boot_options.cpp: Get / Set System Boot Options; false when rq is neither.
+    bool boot_options_command(const IpmiRequest &rq, const Config &c, CommandResult &r);
+    BootOptions boot_{}, boot_configured_{};
+    bool boot_known_ = false;
+    // lan.cpp: Get LAN Configuration Parameters.
+    bool lan_command(const IpmiRequest &rq, const Config &c, CommandResult &r);
+    // users.cpp: Get User Access, Get User Name, Get Channel Info, Get Channel Access.
+    bool user_command(const IpmiRequest &rq, const Config &c, CommandResult &r);
     // The running chassis; a changed Config::chassis replaces it.
     ChassisState chassis_{}, chassis_configured_{};
     SdrRepository sdr_;  // the SDR repository and the sensors

@@ -33,7 +33,8 @@ A simulated IPMI v2.0 baseboard management controller on UDP.
                      them all, with the same users, sessions and chassis
   --port N           UDP port (default 623)
   --config FILE      read options from FILE: one per line, written without
-                     the leading "--" ("user admin:secret:4"); '#' starts a comment
+                     the leading "--" ("user admin:secret:4"); '#' starts a comment;
+                     files it names are found beside it
   --standard-keys    suites 1 to 3: key the integrity code with
                      K1 = HMAC-SHA1(SIK, 20 x 01) and make
                      K2 = HMAC-SHA1(SIK, 20 x 02), as IPMI v2.0 says; by
@@ -430,6 +431,11 @@ void read_config(Config &c, const std::string &path, bool &help)
         std::string option, value;
         if (!(words >> option)) continue;
         words >> value;
+        // Files a config file names are found beside it.
+        if ((option == "config" || option == "platform") && !value.empty() && value[0] != '/') {
+            const size_t slash = path.rfind('/');
+            if (slash != std::string::npos) value = path.substr(0, slash + 1) + value;
+        }
         apply(c, "--" + option, value, help);
     }
 }

@@ -9,6 +9,9 @@
 #include <sstream>
 
 #include "event_text.h"
+#include "fru.h"
+#include "platform_admin.h"
+#include "sel.h"
 #include "sensor_units.h"
 
 namespace bmcsim {
@@ -18,6 +21,10 @@ namespace {
 // One line per section: its name and its loader.
 const PlatformSection kSections[] = {
     {"sensors", load_sensors},
+    {"sel", load_sel},
+    {"fru", load_fru},
+    {"boot", load_boot},
+    {"lan", load_lan},
 };
 
 // Thrown by the loaders with the node at fault; turned into
@@ -240,6 +247,11 @@ void load_platform_text(const std::string &text, const std::string &name, Config
         throw PlatformFileError(where(e.mark) + e.what);
     } catch (const YAML::Exception &e) {
         throw PlatformFileError(where(e.mark) + e.msg);
+    } catch (const PlatformFileError &) {
+        throw;
+    } catch (const std::runtime_error &e) {
+        // The sections' own loaders say "line N: what".
+        throw PlatformFileError(name + ": " + e.what());
     }
 }
 

@@ -221,7 +221,7 @@ void SdrRepository::sample(const Config &c, uint64_t now_ms)
         auto [it, first] = last_status_.try_emplace(s.number, 0);
         const uint8_t changed = static_cast<uint8_t>(now ^ it->second);
         it->second = now;
-        if (!changed || !c.on_threshold_crossing) continue;
+        if (!changed || (!c.on_threshold_crossing && !log_event)) continue;
         const std::optional<double> thresholds[6] = {s.lnc, s.lcr, s.lnr, s.unc, s.ucr, s.unr};
         for (int i = 0; i < 6; ++i) {
             if (!(changed & (1u << i))) continue;
@@ -235,7 +235,8 @@ void SdrRepository::sample(const Config &c, uint64_t now_ms)
             x.raw_threshold = raw_or_zero(s, thresholds[i]);
             x.reading = sensor_value_of(s, raw);
             x.at_ms = now_ms;
-            c.on_threshold_crossing(x);
+            if (c.on_threshold_crossing) c.on_threshold_crossing(x);
+            if (log_event) log_event(x);
         }
     }
 }

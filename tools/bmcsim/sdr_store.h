@@ -35,6 +35,10 @@ public:
 
     uint16_t reservation() const { return reservation_; }
 
+    // Also told of each crossing the sampling finds: the engine logs it in
+    // the SEL.
+    ThresholdCrossingHook log_event;
+
 private:
     void rebuild(const Config &c);
     uint8_t status_of(const SimSensor &s, uint8_t raw) const;

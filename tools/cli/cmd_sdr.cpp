@@ -118,7 +118,7 @@ void add_sdr_commands(CLI::App &app, Runner &runner)
     sdr->require_subcommand(1);
     CLI::App *list = sdr->add_subcommand("list", "the sensors with their readings and status");
     auto kind = std::make_shared<std::string>();
-    list->add_option("type", *kind, "all, full, compact or event records (default: full and compact)");
+    list->add_option("type", *kind, "all, full, compact or event (default: full+compact)");
     list->callback([&runner, kind] {
         const auto filter = filter_named(*kind);
         if (!filter) return runner.usage_error("sdr list: unknown record type '" + *kind + "' (all, full, compact, event)");

@@ -124,9 +124,23 @@ int Session::exchange_to(uint8_t lun, uint8_t netfn, uint8_t cmd, const Bytes &d
 
 rmcpp::commands::Reply Session::exchange(uint8_t netfn, uint8_t cmd, const Bytes &data)
 {
+    constexpr uint8_t kInsufficientPrivilege = 0xD4;
     rmcpp::commands::Reply reply;
     reply.result = exchange(netfn, cmd, data, reply.completion_code, reply.data);
+    if (reply.result == 0 && reply.completion_code == kInsufficientPrivilege && !raised_ && raise_privilege())
+        reply.result = exchange(netfn, cmd, data, reply.completion_code, reply.data);
     return reply;
+}
+
+bool Session::raise_privilege()
+{
+    constexpr uint8_t kUser = 2, kNetFnApp = 0x06, kSetSessionPrivilegeLevel = 0x3B;
+    raised_ = true;
+    const int level = o_.privilege != 0 ? o_.privilege : static_cast<int>(p_.granted_privilege);
+    if (level <= kUser) return false;
+    uint8_t cc = 0;
+    Bytes data;
+    return exchange(kNetFnApp, kSetSessionPrivilegeLevel, {static_cast<uint8_t>(level)}, cc, data) == 0 && cc == 0;
 }
 
 int Session::close()

@@ -39,6 +39,12 @@ public:
     // One request/response exchange; fills the completion code and data.
     int exchange(uint8_t netfn, uint8_t cmd, const rmcpp::commands::Bytes &data, uint8_t &cc,
                  rmcpp::commands::Bytes &response);
+    // The same for the everyday commands. An IPMI v2.0 session starts at
+    // User level whatever the console asked for: a request refused with
+    // "insufficient privilege level" (D4h) is sent once more after Set
+    // Session Privilege Level has raised the session to the level the
+    // options name (for 0, the highest the BMC granted). Requests User
+    // level allows cost no extra exchange.
     rmcpp::commands::Reply exchange(uint8_t netfn, uint8_t cmd, const rmcpp::commands::Bytes &data) override;
     // To LUN `lun` of the target instead of the LUN the options name.
     rmcpp::commands::Reply exchange_lun(uint8_t lun, uint8_t netfn, uint8_t cmd,
@@ -66,6 +72,10 @@ private:
     bool answered_ = false;
     int suite_ = 3;
     unsigned seq_ = 1;
+    bool raised_ = false;
+
+    // Set Session Privilege Level; true when the BMC granted it.
+    bool raise_privilege();
 };
 
 // A hint for the first message of a suite 2 or 3 session in the library's
