@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # The main job: builds rmcpp and walks the command-line tool through cipher
-# suites 0 to 3: session, mc info, chassis status, chassis power cycle.
+# suites 0 to 3 (session, mc info, chassis status, chassis power cycle), then
+# through the everyday commands: sensors, event log, inventory, boot device,
+# users, channel and LAN.
 #   tools/run.sh                 against the bundled BMC simulator, started
 #                                here on 127.0.0.1:623 and always stopped
 #   tools/run.sh ADDRESS USER PASSWORD [TOOL OPTIONS...]
@@ -109,8 +111,19 @@ for suite in 0 1 2 3; do
   step "${common[@]}" chassis power cycle
 done
 echo
+echo "=== everyday commands (the suite the BMC offers first: 17, else 3) ==="
+common=(-H "$address" -U "$user" -P "$password" "$@")
+step "${common[@]}" sdr list
+step "${common[@]}" sel list
+step "${common[@]}" fru print
+step "${common[@]}" chassis bootdev pxe
+step "${common[@]}" chassis bootparam get 5
+step "${common[@]}" user list
+step "${common[@]}" channel info
+step "${common[@]}" lan print
+echo
 if [ "$failures" -eq 0 ]; then
-  echo "All steps succeeded: sessions with cipher suites 0 to 3 were set up, used and closed."
+  echo "All steps succeeded: sessions with cipher suites 0 to 3 were set up, used and closed, and the everyday commands answered."
 else
   echo "$failures step(s) failed."
 fi

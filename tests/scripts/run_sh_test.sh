@@ -24,7 +24,7 @@ for expected in "==> checking the Debian packages" "==> building the library, th
                 "The simulator has been stopped."; do
   grep -qF -- "$expected" <<<"$out" || fail "run.sh did not print: $expected"
 done
-[ "$(grep -c '^\$ rmcpp ' <<<"$out")" -eq 16 ] || fail "the tour did not run 16 steps"
+[ "$(grep -c '^\$ rmcpp ' <<<"$out")" -eq 24 ] || fail "the tour did not run 24 steps"
 before_tour=$(sed '/^==> starting the bundled BMC simulator/q' <<<"$out" | wc -l)
 [ "$before_tour" -le 40 ] || fail "run.sh printed $before_tour lines before starting the simulator"
 
