@@ -112,11 +112,11 @@ SensorThresholds thresholds_of(Transport &t, const SdrFullSensor &s)
     return th;
 }
 
-SensorListEntry full_entry(Transport &t, const Bytes &record)
+// What full and compact records share: the entry's identity and unit, and
+// whether the sensor is scanned at all.
+template <typename Record>
+SensorListEntry sensor_entry(const Record &s)
 {
-    SdrFullSensor s;
-    if (decode_sdr_full_sensor(record.data(), record.size(), s) != SdrResult::ok)
-        malformed("Get SDR", "a full sensor record does not decode");
     SensorListEntry e;
     e.record_id = s.header.record_id;
     e.record_type = s.header.type;
@@ -128,10 +128,17 @@ SensorListEntry full_entry(Transport &t, const Bytes &record)
     e.threshold_based = s.event_reading_type == threshold_event_reading_type;
     e.unit = e.threshold_based ? unit_text(s.units) : "discrete";
     e.percentage = s.units.percentage;
-    if (!(s.initialization & init_scanning_enabled)) {
-        e.state = SensorState::disabled;
-        return e;
-    }
+    if (!(s.initialization & init_scanning_enabled)) e.state = SensorState::disabled;
+    return e;
+}
+
+SensorListEntry full_entry(Transport &t, const Bytes &record)
+{
+    SdrFullSensor s;
+    if (decode_sdr_full_sensor(record.data(), record.size(), s) != SdrResult::ok)
+        malformed("Get SDR", "a full sensor record does not decode");
+    SensorListEntry e = sensor_entry(s);
+    if (e.state == SensorState::disabled) return e;
     read_sensor(t, e);
     if (!e.threshold_based) return e;
     // The thresholds are there to read even when the reading is not.
@@ -141,27 +148,14 @@ SensorListEntry full_entry(Transport &t, const Bytes &record)
     return e;
 }
 
+// A compact record carries no conversion factors: no reading in a unit.
 SensorListEntry compact_entry(Transport &t, const Bytes &record)
 {
     SdrCompactSensor s;
     if (decode_sdr_compact_sensor(record.data(), record.size(), s) != SdrResult::ok)
         malformed("Get SDR", "a compact sensor record does not decode");
-    SensorListEntry e;
-    e.record_id = s.header.record_id;
-    e.record_type = s.header.type;
-    e.name = s.id.text;
-    e.number = s.key.number;
-    e.owner_lun = s.key.owner_lun;
-    e.sensor_type = s.sensor_type;
-    e.event_reading_type = s.event_reading_type;
-    e.threshold_based = s.event_reading_type == threshold_event_reading_type;
-    // A compact record carries no conversion factors: no reading in a unit.
-    e.unit = e.threshold_based ? unit_text(s.units) : "discrete";
-    e.percentage = s.units.percentage;
-    if (!(s.initialization & init_scanning_enabled)) {
-        e.state = SensorState::disabled;
-        return e;
-    }
+    SensorListEntry e = sensor_entry(s);
+    if (e.state == SensorState::disabled) return e;
     read_sensor(t, e);
     return e;
 }

@@ -64,21 +64,10 @@ Printed print_channel(const ChannelReport &r)
 
 void add_channel_info_command(CLI::App &channel, Runner &runner)
 {
-    auto channel_text = std::make_shared<std::string>();
-    CLI::App *info = channel.add_subcommand("info", "channel info and access (default: this channel)");
-    info->add_option("channel", *channel_text, "channel number, 0 to 15 (14: the current channel)");
-    info->callback([channel_text, &runner] {
-        uint8_t number = kCurrentChannel;
-        if (!channel_text->empty()) {
-            const auto c = parse_byte(*channel_text);
-            if (!c || *c > 0x0F) {
-                runner.usage_error("channel must be 0..15: " + *channel_text);
-                return;
-            }
-            number = *c;
-        }
-        runner.in_session("channel info", [number](Transport &t) { return print_channel(channel_info(t, number)); });
-    });
+    add_channel_subcommand(channel, "info", "channel info and access (default: this channel)",
+                           "channel number, 0 to 15 (14: the current channel)", kCurrentChannel, runner,
+                           "channel info",
+                           [](Transport &t, uint8_t number) { return print_channel(channel_info(t, number)); });
 }
 
 }  // namespace cli

@@ -139,23 +139,11 @@ Printed print_lan(const LanPrint &p)
 
 void add_lan_commands(CLI::App &app, Runner &runner)
 {
-    auto channel_text = std::make_shared<std::string>();
     CLI::App *lan = app.add_subcommand("lan", "LAN configuration");
     lan->require_subcommand(1);
-    CLI::App *print = lan->add_subcommand("print", "show the LAN configuration of CHANNEL (default 1)");
-    print->add_option("channel", *channel_text, "channel number, 0 to 15");
-    print->callback([channel_text, &runner] {
-        uint8_t channel = 1;
-        if (!channel_text->empty()) {
-            const auto c = parse_byte(*channel_text);
-            if (!c || *c > 0x0F) {
-                runner.usage_error("channel must be 0..15: " + *channel_text);
-                return;
-            }
-            channel = *c;
-        }
-        runner.in_session("lan print", [channel](Transport &t) { return print_lan(lan_print(t, channel)); });
-    });
+    add_channel_subcommand(*lan, "print", "show the LAN configuration of CHANNEL (default 1)",
+                           "channel number, 0 to 15", 1, runner, "lan print",
+                           [](Transport &t, uint8_t channel) { return print_lan(lan_print(t, channel)); });
 }
 
 }  // namespace cli

@@ -56,23 +56,11 @@ Printed print_users(const UserList &list)
 
 void add_user_commands(CLI::App &app, Runner &runner)
 {
-    auto channel_text = std::make_shared<std::string>();
     CLI::App *user = app.add_subcommand("user", "users of a channel");
     user->require_subcommand(1);
-    CLI::App *list = user->add_subcommand("list", "list the users of CHANNEL (default 1)");
-    list->add_option("channel", *channel_text, "channel number, 0 to 15");
-    list->callback([channel_text, &runner] {
-        uint8_t channel = 1;
-        if (!channel_text->empty()) {
-            const auto c = parse_byte(*channel_text);
-            if (!c || *c > 0x0F) {
-                runner.usage_error("channel must be 0..15: " + *channel_text);
-                return;
-            }
-            channel = *c;
-        }
-        runner.in_session("user list", [channel](Transport &t) { return print_users(list_users(t, channel)); });
-    });
+    add_channel_subcommand(*user, "list", "list the users of CHANNEL (default 1)", "channel number, 0 to 15", 1,
+                           runner, "user list",
+                           [](Transport &t, uint8_t channel) { return print_users(list_users(t, channel)); });
 }
 
 }  // namespace cli

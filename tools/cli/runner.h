@@ -39,6 +39,14 @@ public:
     virtual int exit_status() const = 0;
 };
 
+// Adds `name [CHANNEL]` to `parent`: CHANNEL is 0..15 (decimal or 0x..),
+// `default_channel` when left out; the callback runs `body` with it in a
+// session, or reports a bad CHANNEL as a usage error.
+void add_channel_subcommand(CLI::App &parent, const std::string &name, const std::string &description,
+                            const std::string &channel_help, uint8_t default_channel, Runner &runner,
+                            const std::string &what,
+                            std::function<Printed(rmcpp::commands::Transport &, uint8_t)> body);
+
 // The command groups.
 void add_sdr_commands(CLI::App &app, Runner &runner);      // sdr list, sensor list
 void add_sel_commands(CLI::App &app, Runner &runner);      // sel info|list|clear
