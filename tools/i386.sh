@@ -86,6 +86,9 @@ if ! (cd build-i386/yaml-debs &&
   exit 3
 fi
 for deb in build-i386/yaml-debs/*.deb; do dpkg-deb -x "$deb" "$yaml_root"; done
+# Programs built here find it through their build RPATH; installed ones (the
+# install test) through this.
+export LD_LIBRARY_PATH=$yaml_root/usr/lib/i386-linux-gnu${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}
 
 # ------------------------------------------------------------ build and test
 options=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_FLAGS=-m32 -DCMAKE_CXX_FLAGS=-m32)
