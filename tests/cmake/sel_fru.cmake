@@ -1,11 +1,9 @@
 # SEL and FRU: the network tests run the tool's sel and fru command groups
 # (rmcpp_cli) over a real session; the simulator's tests read its sample
 # platform sections.
+rmcpp_tool_tests(bmcsim_sel_fru_test sel_fru_bmcsim_interop_test sel_fru_ipmi_sim_interop_test)
 foreach(name bmcsim_sel_fru_test sel_fru_bmcsim_interop_test sel_fru_ipmi_sim_interop_test)
   if(TARGET ${name})
-    target_link_libraries(${name} PRIVATE rmcpp_cli)
-    # The commands' transport.h before the library's own of that name.
-    target_include_directories(${name} BEFORE PRIVATE ${PROJECT_SOURCE_DIR}/commands)
     target_compile_definitions(${name} PRIVATE RMCPP_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
   endif()
 endforeach()
