@@ -128,8 +128,14 @@ TEST_F(CliTool, RefusalUnderJsonIsAnErrorObjectWithTheCompletionCode)
 // session to the level asked for (ADMINISTRATOR by default, -L otherwise).
 TEST_F(CliTool, InsufficientPrivilegeRaisesTheSessionAndSendsTheRequestAgain)
 {
-    std::vector<std::string> log;
-    std::mutex m;
+    // The sink outlives the test: the simulator may still log while
+    // TearDown stops it.
+    static std::vector<std::string> log;
+    static std::mutex m;
+    {
+        std::lock_guard<std::mutex> lock(m);
+        log.clear();
+    }
     sim_->on_log([&](const std::string &line) {
         std::lock_guard<std::mutex> lock(m);
         log.push_back(line);
