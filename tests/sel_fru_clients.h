@@ -3,6 +3,7 @@
 // so a test can set one beside the other field by field.
 #pragma once
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 #include <fstream>
@@ -196,6 +197,38 @@ inline void expect_same_entry(const std::string &ipmitool_line, const nlohmann::
         }
         EXPECT_EQ(f[5], data);
     }
+}
+
+// ipmi-fru's output shows the fields of our `fru print --json`, label by
+// label, and the board's manufacturing date. FreeIPMI refuses BCD plus
+// fields: `skip` names labels to leave out.
+template <typename Json>
+void expect_ipmi_fru_fields(const std::string &out, const Json &json, const std::vector<std::string> &skip = {})
+{
+    const std::map<std::string, std::string> labels{
+        {"FRU Chassis Type", json["chassis"]["type"]},
+        {"FRU Chassis Part Number", json["chassis"]["part_number"]},
+        {"FRU Chassis Serial Number", json["chassis"]["serial"]},
+        {"FRU Board Manufacturer", json["board"]["manufacturer"]},
+        {"FRU Board Product Name", json["board"]["product"]},
+        {"FRU Board Serial Number", json["board"]["serial"]},
+        {"FRU Board Part Number", json["board"]["part_number"]},
+        {"FRU Product Manufacturer Name", json["product"]["manufacturer"]},
+        {"FRU Product Name", json["product"]["name"]},
+        {"FRU Product Part/Model Number", json["product"]["part_number"]},
+        {"FRU Product Version", json["product"]["version"]},
+        {"FRU Product Serial Number", json["product"]["serial"]},
+        {"FRU Product Asset Tag", json["product"]["asset_tag"]},
+    };
+    for (const auto &[label, value] : labels) {
+        if (std::find(skip.begin(), skip.end(), label) != skip.end()) continue;
+        EXPECT_EQ(field(out, label), value) << label << "\n" << out;
+    }
+    // "05/23/24 - 07:28:00"
+    std::tm tm{};
+    std::istringstream in(field(out, "FRU Board Manufacturing Date/Time"));
+    in >> std::get_time(&tm, "%m/%d/%y - %H:%M:%S");
+    EXPECT_EQ(iso(tm), json["board"]["mfg_date"]) << out;
 }
 
 }  // namespace selfru
