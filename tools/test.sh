@@ -17,7 +17,7 @@ targets=()
 select=""
 if [ "${1:-}" = "--sanitize" ]; then
   build=build-sanitize
-  options+=(-DRMCPP_SANITIZE=ON)
+  options+=(-DRMCPP_SANITIZE=ON -DRMCPP_BUILD_BENCH=OFF)
   export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
   export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 elif [ "${1:-}" = "--tsan" ]; then

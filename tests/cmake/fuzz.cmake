@@ -21,30 +21,40 @@ if(RMCPP_FUZZ)
   endif()
 endif()
 
-add_library(rmcpp_fuzz_core STATIC ${RMCPP_SOURCES})
-target_include_directories(rmcpp_fuzz_core
-  PUBLIC ${PROJECT_SOURCE_DIR}/api ${PROJECT_SOURCE_DIR}/rmcp
-  PRIVATE ${PROJECT_SOURCE_DIR}/rakp ${PROJECT_SOURCE_DIR}/aes)
-target_compile_options(rmcpp_fuzz_core PRIVATE ${RMCPP_FUZZ_COMPILE})
-target_compile_definitions(rmcpp_fuzz_core PRIVATE $<TARGET_PROPERTY:rmcpp,COMPILE_DEFINITIONS>)
-target_link_libraries(rmcpp_fuzz_core PUBLIC OpenSSL::Crypto)
-
-# The everyday commands' decoders, built the same way.
-get_target_property(RMCPP_FUZZ_COMMANDS_SOURCES rmcpp_commands SOURCES)
-add_library(rmcpp_fuzz_commands STATIC ${RMCPP_FUZZ_COMMANDS_SOURCES})
-target_include_directories(rmcpp_fuzz_commands PUBLIC ${PROJECT_SOURCE_DIR}/commands PRIVATE ${PROJECT_SOURCE_DIR}/rmcp)
-target_compile_options(rmcpp_fuzz_commands PRIVATE ${RMCPP_FUZZ_COMPILE})
-
-# The simulator's engine, built the same way.
-get_target_property(RMCPP_FUZZ_SIM_SOURCES bmcsim_core SOURCES)
-get_target_property(RMCPP_FUZZ_SIM_DIR bmcsim_core SOURCE_DIR)
-list(TRANSFORM RMCPP_FUZZ_SIM_SOURCES PREPEND ${RMCPP_FUZZ_SIM_DIR}/)
-add_library(rmcpp_fuzz_bmcsim STATIC ${RMCPP_FUZZ_SIM_SOURCES})
-target_include_directories(rmcpp_fuzz_bmcsim PUBLIC ${RMCPP_FUZZ_SIM_DIR} PRIVATE ${PROJECT_SOURCE_DIR}/rmcp)
-target_compile_options(rmcpp_fuzz_bmcsim PRIVATE ${RMCPP_FUZZ_COMPILE})
 find_package(Threads REQUIRED)
 find_package(yaml-cpp REQUIRED)
-target_link_libraries(rmcpp_fuzz_bmcsim PUBLIC OpenSSL::Crypto Threads::Threads rmcpp_fuzz_commands PRIVATE yaml-cpp)
+if(RMCPP_FUZZ)
+  add_library(rmcpp_fuzz_core STATIC ${RMCPP_SOURCES})
+  target_include_directories(rmcpp_fuzz_core
+    PUBLIC ${PROJECT_SOURCE_DIR}/api ${PROJECT_SOURCE_DIR}/rmcp
+    PRIVATE ${PROJECT_SOURCE_DIR}/rakp ${PROJECT_SOURCE_DIR}/aes)
+  target_compile_options(rmcpp_fuzz_core PRIVATE ${RMCPP_FUZZ_COMPILE})
+  target_compile_definitions(rmcpp_fuzz_core PRIVATE $<TARGET_PROPERTY:rmcpp_objects,COMPILE_DEFINITIONS>)
+
+  # The everyday commands' decoders, built the same way.
+  get_target_property(RMCPP_FUZZ_COMMANDS_SOURCES rmcpp_commands SOURCES)
+  add_library(rmcpp_fuzz_commands STATIC ${RMCPP_FUZZ_COMMANDS_SOURCES})
+  target_include_directories(rmcpp_fuzz_commands PUBLIC ${PROJECT_SOURCE_DIR}/commands PRIVATE ${PROJECT_SOURCE_DIR}/rmcp)
+  target_compile_options(rmcpp_fuzz_commands PRIVATE ${RMCPP_FUZZ_COMPILE})
+
+  # The simulator's engine, built the same way.
+  get_target_property(RMCPP_FUZZ_SIM_SOURCES bmcsim_core SOURCES)
+  get_target_property(RMCPP_FUZZ_SIM_DIR bmcsim_core SOURCE_DIR)
+  list(TRANSFORM RMCPP_FUZZ_SIM_SOURCES PREPEND ${RMCPP_FUZZ_SIM_DIR}/)
+  add_library(rmcpp_fuzz_bmcsim STATIC ${RMCPP_FUZZ_SIM_SOURCES})
+  target_include_directories(rmcpp_fuzz_bmcsim PUBLIC ${RMCPP_FUZZ_SIM_DIR} PRIVATE ${PROJECT_SOURCE_DIR}/rmcp)
+  target_compile_options(rmcpp_fuzz_bmcsim PRIVATE ${RMCPP_FUZZ_COMPILE})
+  target_link_libraries(rmcpp_fuzz_bmcsim PUBLIC OpenSSL::Crypto Threads::Threads rmcpp_fuzz_commands PRIVATE yaml-cpp)
+else()
+  # Without libFuzzer the replay programs need no instrumentation of their
+  # own: they link what the rest of the build compiled already.
+  add_library(rmcpp_fuzz_core STATIC $<TARGET_OBJECTS:rmcpp_objects>)
+  set_target_properties(rmcpp_fuzz_core PROPERTIES LINKER_LANGUAGE CXX)
+  target_include_directories(rmcpp_fuzz_core PUBLIC ${PROJECT_SOURCE_DIR}/api ${PROJECT_SOURCE_DIR}/rmcp)
+  add_library(rmcpp_fuzz_commands ALIAS rmcpp_commands)
+  add_library(rmcpp_fuzz_bmcsim ALIAS bmcsim_core)
+endif()
+target_link_libraries(rmcpp_fuzz_core PUBLIC OpenSSL::Crypto)
 
 foreach(parser ${RMCPP_FUZZ_PARSERS})
   set(target fuzz_${parser})

@@ -219,7 +219,8 @@ uint32_t timestamp(const YAML::Node &node)
         z == 'Z') {
         tm.tm_year -= 1900;
         tm.tm_mon -= 1;
-        const time_t t = timegm(&tm);
+        // Widened first: where time_t is 32 bits the upper bound cannot be reached.
+        const long long t = timegm(&tm);
         if (t < 0 || t > 0xFFFFFFFFLL) bad(node, "timestamp: '" + text + "' is out of range");
         return static_cast<uint32_t>(t);
     }
