@@ -21,7 +21,7 @@ usage: bench/fleet.sh [--quick] [--big] [--reps K] [--build DIR] [--fleet N[,N..
   --reps K       repetitions per figure; the table shows medians (default 5)
   --build DIR    the build directory holding the programs (default: build)
   --fleet LIST   fleet sizes, e.g. 100,1000 (default 100,1000)
-  --threads N    simulator server threads (default 1)
+  --threads N    simulator server threads (default 2)
 
 Peers missing from PATH (ipmi-raw from freeipmi-tools, ipmitool) show n/a;
 nothing is installed. Instruction counts need perf with hardware counters
@@ -37,7 +37,7 @@ reps=5
 quick=0
 big=0
 fleet_sizes="100,1000"
-sim_threads=1
+sim_threads=2
 while [ $# -gt 0 ]; do
   case "$1" in
     --quick) quick=1 ;;
