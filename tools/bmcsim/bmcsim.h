@@ -361,7 +361,7 @@ struct Config {
     // The sensors, each with its record in the SDR repository (IDs from 1
     // in this order); a platform file's `sensors:` section.
     std::vector<SimSensor> sensors;
-    // Called (on the server thread) with each threshold a sensor's reading
+    // Called (on a server thread) with each threshold a sensor's reading
     // crosses or comes back from, found whenever the sensors are sampled
     // (at each Get Sensor Reading or Get Sensor Thresholds).
     ThresholdCrossingHook on_threshold_crossing;
