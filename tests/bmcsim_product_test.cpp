@@ -352,9 +352,9 @@ TEST(BmcsimProduct, OneSimulatorServesSeveralAddresses)
     Console near(kAddress), far(kSecondAddress);
     Session a(near, 3, false);
     Session b(far, 3, false, "admin", "secret", 4, 0xC0DE0002);
-    // Both sessions live in the one simulator, whichever address they use.
+    // Each address is a BMC of its own: powering one down leaves the other on.
     EXPECT_EQ(b.ask(ipmi_request(0x00, 0x02, {0x00})).message, ipmi_response(0x00, 0x02, 0x00));
-    EXPECT_EQ(a.ask(ipmi_request(0x00, 0x01)).message, ipmi_response(0x00, 0x01, 0x00, {0x00, 0x00, 0x00, 0x00}));
+    EXPECT_EQ(a.ask(ipmi_request(0x00, 0x01)).message, ipmi_response(0x00, 0x01, 0x00, {0x01, 0x00, 0x00, 0x00}));
     EXPECT_EQ(sim.stats().sessions.size(), 2u);
 }
 

@@ -311,10 +311,18 @@ struct Config {
     // IPv4 ("127.0.0.5") or IPv6 ("::1", "fe80::1%eth0"; brackets allowed).
     std::string address = "127.0.0.1";
     uint16_t port = 623;
-    // Further addresses served by the same simulator (same port, sessions
-    // and chassis), of either family; each answer leaves from the address
-    // its request came to.
+    // Further addresses served by the same simulator on the same port, of
+    // either family. Each address is a BMC of its own (its own sessions,
+    // session IDs, chassis and logs, made from this one configuration), and
+    // each answer leaves from the address its request came to.
     std::vector<std::string> extra_addresses;
+    // Threads serving the addresses, each a share of them (at most one per
+    // address); one address's traffic never waits for another's handling
+    // beyond one datagram.
+    int server_threads = 1;
+    // Keep every datagram, log line and session in Stats. The program turns
+    // this off: with thousands of addresses the record would only grow.
+    bool keep_record = true;
 
     PingBehaviour ping;
     CapabilitiesBehaviour capabilities;
@@ -353,7 +361,7 @@ struct Config {
     // The sensors, each with its record in the SDR repository (IDs from 1
     // in this order); a platform file's `sensors:` section.
     std::vector<SimSensor> sensors;
-    // Called (on the server thread) with each threshold a sensor's reading
+    // Called (on a server thread) with each threshold a sensor's reading
     // crosses or comes back from, found whenever the sensors are sampled
     // (at each Get Sensor Reading or Get Sensor Thresholds).
     ThresholdCrossingHook on_threshold_crossing;
@@ -366,6 +374,16 @@ struct Config {
     uint8_t max_user_ids = 10;
     uint8_t fixed_name_user_ids = 0;
 };
+
+// The addresses a --address value names: a comma-separated list whose items
+// are addresses ("127.0.0.5", "::1", "[::1]", "fe80::1%eth0"), IPv4 ranges
+// given by their ends ("127.1.0.1-127.1.39.16") or hostranges with numeric
+// brackets ("127.1.[0-3].[1-250]", "127.0.19.[1-3,7]"; several brackets
+// expand as a cross product, left to right). A bracket holding a colon is an
+// IPv6 address, not a range. Throws std::invalid_argument naming the fault;
+// a list of more than kMaxAddresses is refused.
+constexpr size_t kMaxAddresses = 65536;
+std::vector<std::string> expand_addresses(const std::string &list);
 
 // The cipher suites the simulator can serve: 0, 1, 2, 3, 15, 16, 17.
 const std::vector<int> &supported_cipher_suites();

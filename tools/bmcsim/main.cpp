@@ -29,8 +29,16 @@ A simulated IPMI v2.0 baseboard management controller on UDP.
 
   --address A[,B...] IPv4 or IPv6 address(es) to listen on (default
                      127.0.0.1), e.g. 127.0.0.5,::1 ("[::1]" also taken);
-                     repeat the option or give a list: one process serves
-                     them all, with the same users, sessions and chassis
+                     repeat the option or give a list. An item may be an
+                     IPv4 range FIRST-LAST (127.1.0.1-127.1.39.16) or a
+                     hostrange with numeric brackets (127.1.[0-3].[1-250],
+                     127.0.19.[1-3,7]); up to 65536 addresses in all. One
+                     process serves them all, each address as a BMC of its
+                     own (its own sessions, session IDs and chassis) with
+                     the same users and settings
+  --threads N        server threads sharing the addresses (default 1)
+  --quiet            log only the listening and stopping lines, not every
+                     request (for large fleets)
   --port N           UDP port (default 623)
   --config FILE      read options from FILE: one per line, written without
                      the leading "--" ("user admin:secret:4"); '#' starts a comment;
@@ -378,11 +386,19 @@ void parse_suites(Config &c, const std::string &list)
 }
 
 bool address_given = false;  // the first --address replaces the default
+bool quiet = false;
 
 void add_addresses(Config &c, const std::string &list)
 {
-    for (const auto &a : split(list, ',')) {
-        if (a.empty()) throw Usage("empty address in --address " + list);
+    std::vector<std::string> addresses;
+    try {
+        addresses = expand_addresses(list);
+    } catch (const std::invalid_argument &e) {
+        throw Usage(std::string("--address: ") + e.what());
+    }
+    if (c.extra_addresses.size() + addresses.size() >= kMaxAddresses)
+        throw Usage("--address: more than " + std::to_string(kMaxAddresses) + " addresses in one simulator");
+    for (auto &a : addresses) {
         if (!address_given) c.address = a;
         else c.extra_addresses.push_back(a);
         address_given = true;
@@ -443,7 +459,7 @@ void read_config(Config &c, const std::string &path, bool &help)
 bool takes_value(const std::string &option)
 {
     return option != "--help" && option != "--lenient-window" && option != "--any-protection" &&
-           option != "--standard-keys" && option != "--no-pong";
+           option != "--standard-keys" && option != "--no-pong" && option != "--quiet";
 }
 
 void apply(Config &c, const std::string &option, const std::string &value, bool &help)
@@ -453,6 +469,12 @@ void apply(Config &c, const std::string &option, const std::string &value, bool 
     else if (option == "--any-protection") c.session.require_negotiated_protection = false;
     else if (option == "--standard-keys") c.standard_keys = true;
     else if (option == "--no-pong") c.ping.pong = false;
+    else if (option == "--quiet") quiet = true;
+    else if (option == "--threads") {
+        long n = number(value, "threads");
+        if (n < 1 || n > 64) throw Usage("--threads wants 1 to 64");
+        c.server_threads = static_cast<int>(n);
+    }
     else if (option == "--address") add_addresses(c, value);
     else if (option == "--port") c.port = static_cast<uint16_t>(number(value, "port"));
     else if (option == "--config") read_config(c, value, help);
@@ -553,8 +575,12 @@ int main(int argc, char **argv)
                       x.asserted ? "asserted" : "deasserted", x.reading);
         print(line);
     };
+    // Nobody reads the record of a program; it would only grow.
+    config.keep_record = false;
     Simulator sim(config);
-    sim.on_log(print);
+    sim.on_log([](const std::string &line) {
+        if (!quiet || line.rfind("listening on ", 0) == 0 || line == "stopped") print(line);
+    });
     try {
         sim.start();
     } catch (const std::exception &e) {

@@ -1,7 +1,8 @@
 #include <arpa/inet.h>
 #include <netdb.h>
 #include <netinet/in.h>
-#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/resource.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
+#include <queue>
 #include <stdexcept>
 #include <thread>
 
@@ -70,6 +72,18 @@ bool Stats::logged(const std::string &text) const
                        [&](const std::string &e) { return e.find(text) != std::string::npos; });
 }
 
+// One address the simulator serves: its socket and the BMC behind it.
+struct Endpoint {
+    int fd = -1;
+    detail::Address local;
+    std::string where;                        // "127.0.0.5:623", "[::1]:623"
+    std::unique_ptr<detail::Engine> engine;   // made at the first datagram
+    uint64_t generation = 0;                  // of the configuration its counters follow
+    // What Stats shows of the engine, copied under Impl::mu after each datagram.
+    size_t established = 0, closed = 0, rejected = 0;
+    std::vector<SessionInfo> sessions;
+};
+
 struct Simulator::Impl {
     struct Pending {
         Clock::time_point due;
@@ -80,21 +94,40 @@ struct Simulator::Impl {
         socklen_t to_length;
         int fd;  // the socket the request came in on
     };
+    struct Later {
+        bool operator()(const Pending &a, const Pending &b) const
+        {
+            return a.due != b.due ? a.due > b.due : a.order > b.order;
+        }
+    };
 
-    explicit Impl(Config c) : config(std::move(c)), engine([this](const std::string &l) { event(l); })
+    // A server thread and the addresses it serves. Answers held back by a
+    // delay wait in its own queue, so a slow answer on one address holds up
+    // nobody else.
+    struct Shard {
+        std::vector<size_t> endpoints;  // indices into Impl::endpoints
+        int epoll = -1;
+        int wake = -1;
+        std::priority_queue<Pending, std::vector<Pending>, Later> pending;
+        uint64_t seq = 0;
+        std::thread thread;
+    };
+
+    explicit Impl(Config c) : config(std::make_shared<const Config>(std::move(c)))
     {
-        stats.chassis = config.chassis;
+        stats.chassis = config->chassis;
     }
 
     // Under mu. A changed chassis configuration replaces the running chassis.
     void replace(Config c)
     {
-        c.address = config.address;
-        c.extra_addresses = config.extra_addresses;
-        c.port = config.port;
-        if (!(c.chassis == config.chassis)) stats.chassis = c.chassis;
-        config = std::move(c);
-        reset = true;
+        c.address = config->address;
+        c.extra_addresses = config->extra_addresses;
+        c.port = config->port;
+        c.server_threads = config->server_threads;
+        if (!(c.chassis == config->chassis)) stats.chassis = c.chassis;
+        config = std::make_shared<const Config>(std::move(c));
+        ++generation;
     }
 
     void event(const std::string &line)
@@ -102,118 +135,139 @@ struct Simulator::Impl {
         std::function<void(const std::string &)> s;
         {
             std::lock_guard<std::mutex> g(mu);
-            stats.events.push_back(line);
+            if (config->keep_record) stats.events.push_back(line);
             s = sink;
         }
         if (s) s(line);
     }
 
-    void serve()
+    void serve(Shard &shard)
     {
         std::vector<uint8_t> buf(65536);
+        std::vector<epoll_event> ready(256);
         while (!quit.load()) {
             int wait_ms = -1;
-            auto now = Clock::now();
-            if (!pending.empty()) {
-                auto first = std::min_element(pending.begin(), pending.end(), earlier);
-                auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(first->due - now).count();
+            if (!shard.pending.empty()) {
+                auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(shard.pending.top().due - Clock::now())
+                              .count();
                 wait_ms = ms < 0 ? 0 : static_cast<int>(ms) + 1;
             }
-            std::vector<pollfd> p{{wake, POLLIN, 0}};
-            for (int f : fds) p.push_back({f, POLLIN, 0});
-            int n = ::poll(p.data(), p.size(), wait_ms);
+            int n = ::epoll_wait(shard.epoll, ready.data(), static_cast<int>(ready.size()), wait_ms);
             if (n < 0 && errno != EINTR) break;
-            if (n > 0 && (p[0].revents & POLLIN)) {
-                uint64_t v;
-                if (::read(wake, &v, sizeof v) < 0) { /* nothing to drain */ }
+            for (int i = 0; i < n; ++i) {
+                if (ready[static_cast<size_t>(i)].data.u64 == kWakeToken) {
+                    uint64_t v;
+                    if (::read(shard.wake, &v, sizeof v) < 0) { /* nothing to drain */ }
+                    continue;
+                }
+                receive_burst(shard, endpoints[ready[static_cast<size_t>(i)].data.u64], buf);
             }
-            for (size_t i = 1; n > 0 && i < p.size(); ++i)
-                if (p[i].revents & POLLIN) receive(p[i].fd, buf);
-            flush_due();
+            flush_due(shard);
         }
     }
 
-    static bool earlier(const Pending &a, const Pending &b)
+    // Takes what one socket has queued, a bounded number at a time so that a
+    // flood on one address leaves the others their turn.
+    void receive_burst(Shard &shard, Endpoint &ep, std::vector<uint8_t> &buf)
     {
-        return a.due != b.due ? a.due < b.due : a.order < b.order;
+        for (int i = 0; i < kBurst; ++i)
+            if (!receive(shard, ep, buf)) return;
     }
 
-    void receive(int fd, std::vector<uint8_t> &buf)
+    bool receive(Shard &shard, Endpoint &ep, std::vector<uint8_t> &buf)
     {
         sockaddr_storage from{};
         socklen_t len = sizeof from;
-        ssize_t n = ::recvfrom(fd, buf.data(), buf.size(), 0, reinterpret_cast<sockaddr *>(&from), &len);
-        if (n < 0) return;
+        ssize_t n = ::recvfrom(ep.fd, buf.data(), buf.size(), MSG_DONTWAIT, reinterpret_cast<sockaddr *>(&from), &len);
+        if (n < 0) return false;
         uint16_t port = 0;
         detail::Address ip = address_of(from, &port);
         Bytes datagram(buf.begin(), buf.begin() + n);
         auto at = Clock::now();
-        Config c;
+        std::shared_ptr<const Config> c;
+        uint64_t gen;
         {
             std::lock_guard<std::mutex> g(mu);
             c = config;
-            if (reset) {
-                engine.reset_counters();
-                reset = false;
-            }
+            gen = generation;
         }
-        detail::Outcome o = engine.handle(datagram, c, {ip, port, local_ip(fd)});
+        if (!ep.engine) {
+            std::string prefix = endpoints.size() > 1 ? ep.local.text() + ": " : "";
+            ep.engine = std::make_unique<detail::Engine>(
+                [this, prefix](const std::string &l) { event(prefix.empty() ? l : prefix + l); });
+            ep.generation = gen;
+        } else if (ep.generation != gen) {
+            ep.engine->reset_counters();
+            ep.generation = gen;
+        }
+        detail::Outcome o = ep.engine->handle(datagram, *c, {ip, port, ep.local});
+        const bool primary = &ep == &endpoints.front();
         {
             std::lock_guard<std::mutex> g(mu);
             stats.received[static_cast<size_t>(o.kind)]++;
-            stats.datagrams.push_back({o.kind, at, datagram, o.message});
-            stats.sessions_established = engine.established();
-            stats.sessions_closed = engine.closed();
-            stats.sessions = engine.sessions();
-            stats.rejected_packets = engine.rejected();
-            stats.chassis = engine.chassis(c);
+            if (c->keep_record) {
+                stats.datagrams.push_back({o.kind, at, datagram, o.message});
+                ep.sessions = ep.engine->sessions();
+            }
+            ep.established = ep.engine->established();
+            ep.closed = ep.engine->closed();
+            ep.rejected = ep.engine->rejected();
+            if (primary) stats.chassis = ep.engine->chassis(*c);
         }
         cv.notify_all();
         for (auto &out : o.out)
-            pending.push_back({at + std::chrono::milliseconds(out.delay_ms), seq++, o.kind, std::move(out.bytes), from, len, fd});
+            shard.pending.push(
+                {at + std::chrono::milliseconds(out.delay_ms), shard.seq++, o.kind, std::move(out.bytes), from, len, ep.fd});
+        flush_due(shard);
+        return true;
     }
 
-    // The address the socket is bound to.
-    detail::Address local_ip(int fd) const
+    void flush_due(Shard &shard)
     {
-        for (size_t i = 0; i < fds.size(); ++i)
-            if (fds[i] == fd) return local_ips[i];
-        return {};
-    }
-
-    void flush_due()
-    {
-        std::sort(pending.begin(), pending.end(), earlier);
         auto now = Clock::now();
-        size_t done = 0;
-        for (; done < pending.size() && pending[done].due <= now; ++done) {
-            const Pending &p = pending[done];
-            {
+        bool record = false;
+        {
+            std::lock_guard<std::mutex> g(mu);
+            record = config->keep_record;
+        }
+        while (!shard.pending.empty() && shard.pending.top().due <= now) {
+            const Pending &p = shard.pending.top();
+            if (record) {
                 // Recorded first, so a test that has the answer also sees it here.
                 std::lock_guard<std::mutex> g(mu);
                 stats.sent.push_back({p.kind, now, p.bytes, {}});
             }
             ::sendto(p.fd, p.bytes.data(), p.bytes.size(), 0, reinterpret_cast<const sockaddr *>(&p.to), p.to_length);
+            shard.pending.pop();
         }
-        pending.erase(pending.begin(), pending.begin() + static_cast<long>(done));
     }
+
+    // Under mu: the record with what the engines hold added.
+    Stats snapshot() const
+    {
+        Stats s = stats;
+        for (const Endpoint &ep : endpoints) {
+            s.sessions_established += ep.established;
+            s.sessions_closed += ep.closed;
+            s.rejected_packets += ep.rejected;
+            s.sessions.insert(s.sessions.end(), ep.sessions.begin(), ep.sessions.end());
+        }
+        return s;
+    }
+
+    static constexpr uint64_t kWakeToken = ~uint64_t{0};
+    static constexpr int kBurst = 32;
 
     mutable std::mutex mu;
     mutable std::condition_variable cv;
-    Config config;
-    bool reset = false;
-    Stats stats;
+    std::shared_ptr<const Config> config;
+    uint64_t generation = 0;  // bumped by each replaced configuration
+    Stats stats;               // sessions and their counters live in the endpoints
     std::function<void(const std::string &)> sink;
 
-    detail::Engine engine;  // server thread only
-    std::vector<Pending> pending;
-    uint64_t seq = 0;
-
-    std::vector<int> fds;
-    std::vector<detail::Address> local_ips;  // of fds
-    int wake = -1;
+    std::vector<Endpoint> endpoints;  // the first is Config::address
+    std::vector<std::unique_ptr<Shard>> shards;
     std::atomic<bool> quit{false};
-    std::thread thread;
 };
 
 Simulator::Simulator(Config config) : impl_(std::make_unique<Impl>(std::move(config))) {}
@@ -270,53 +324,123 @@ Bound bound_socket(const std::string &address, uint16_t port)
 
 }  // namespace
 
+namespace {
+
+// Thousands of addresses need as many descriptors; the soft limit is raised
+// towards the hard one when the set would not fit.
+void make_room_for(size_t sockets)
+{
+    rlimit r{};
+    if (::getrlimit(RLIMIT_NOFILE, &r) != 0) return;
+    const rlim_t wanted = static_cast<rlim_t>(sockets) + 64;
+    if (r.rlim_cur != RLIM_INFINITY && r.rlim_cur < wanted) {
+        r.rlim_cur = r.rlim_max == RLIM_INFINITY ? wanted : std::min(wanted, r.rlim_max);
+        ::setrlimit(RLIMIT_NOFILE, &r);
+    }
+}
+
+}  // namespace
+
 void Simulator::start()
 {
-    if (impl_->thread.joinable()) return;
+    if (running()) return;
     Config c = config();
     std::vector<std::string> addresses{c.address};
     addresses.insert(addresses.end(), c.extra_addresses.begin(), c.extra_addresses.end());
+    make_room_for(addresses.size());
     std::vector<Bound> bound;
+    auto close_all = [&bound] {
+        for (const Bound &b : bound) ::close(b.fd);
+    };
     try {
+        bound.reserve(addresses.size());
         for (const auto &a : addresses) bound.push_back(bound_socket(a, c.port));
     } catch (...) {
-        for (const Bound &b : bound) ::close(b.fd);
+        close_all();
         throw;
     }
-    int wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (wake < 0) {
-        for (const Bound &b : bound) ::close(b.fd);
-        throw std::runtime_error("bmcsim: eventfd failed");
+    const size_t threads = std::clamp<size_t>(static_cast<size_t>(std::max(c.server_threads, 1)), 1, bound.size());
+    std::vector<std::unique_ptr<Impl::Shard>> shards;
+    auto close_shards = [&shards] {
+        for (auto &s : shards) {
+            if (s->epoll >= 0) ::close(s->epoll);
+            if (s->wake >= 0) ::close(s->wake);
+        }
+    };
+    for (size_t t = 0; t < threads; ++t) {
+        auto shard = std::make_unique<Impl::Shard>();
+        shard->epoll = ::epoll_create1(EPOLL_CLOEXEC);
+        shard->wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+        epoll_event w{};
+        w.events = EPOLLIN;
+        w.data.u64 = Impl::kWakeToken;
+        bool ok = shard->epoll >= 0 && shard->wake >= 0 && ::epoll_ctl(shard->epoll, EPOLL_CTL_ADD, shard->wake, &w) == 0;
+        shards.push_back(std::move(shard));
+        if (!ok) {
+            close_shards();
+            close_all();
+            throw std::runtime_error("bmcsim: cannot set up a server thread: " + std::string(std::strerror(errno)));
+        }
     }
-    impl_->fds.clear();
-    impl_->local_ips.clear();
-    for (const Bound &b : bound) {
-        impl_->fds.push_back(b.fd);
-        impl_->local_ips.push_back(b.local);
+    for (size_t i = 0; i < bound.size(); ++i) {
+        Impl::Shard &shard = *shards[i % threads];
+        epoll_event e{};
+        e.events = EPOLLIN;
+        e.data.u64 = i;
+        if (::epoll_ctl(shard.epoll, EPOLL_CTL_ADD, bound[i].fd, &e) != 0) {
+            int err = errno;
+            close_shards();
+            close_all();
+            throw std::runtime_error("bmcsim: cannot watch " + bound[i].where + ": " + std::strerror(err));
+        }
+        shard.endpoints.push_back(i);
     }
-    impl_->wake = wake;
+    {
+        // The addresses never change, so a restarted simulator keeps each
+        // address's BMC (sessions, chassis, SEL) as it was.
+        std::lock_guard<std::mutex> g(impl_->mu);
+        if (impl_->endpoints.size() != bound.size()) impl_->endpoints = std::vector<Endpoint>(bound.size());
+        for (size_t i = 0; i < bound.size(); ++i) {
+            impl_->endpoints[i].fd = bound[i].fd;
+            impl_->endpoints[i].local = bound[i].local;
+            impl_->endpoints[i].where = bound[i].where;
+        }
+    }
+    impl_->shards = std::move(shards);
     impl_->quit = false;
-    for (const Bound &b : bound) impl_->event("listening on " + b.where);
-    impl_->thread = std::thread([this] { impl_->serve(); });
+    for (const Endpoint &e : impl_->endpoints) impl_->event("listening on " + e.where);
+    for (auto &shard : impl_->shards) {
+        Impl::Shard *s = shard.get();
+        s->thread = std::thread([this, s] { impl_->serve(*s); });
+    }
 }
 
 void Simulator::stop()
 {
-    if (!impl_ || !impl_->thread.joinable()) return;
+    if (!impl_ || !running()) return;
     impl_->quit = true;
-    uint64_t one = 1;
-    if (::write(impl_->wake, &one, sizeof one) < 0) { /* the poll timeout ends it */ }
-    impl_->thread.join();
-    for (int f : impl_->fds) ::close(f);
-    ::close(impl_->wake);
-    impl_->fds.clear();
-    impl_->local_ips.clear();
-    impl_->wake = -1;
-    impl_->pending.clear();
+    for (auto &shard : impl_->shards) {
+        uint64_t one = 1;
+        if (::write(shard->wake, &one, sizeof one) < 0) { /* epoll_wait's timeout ends it */ }
+    }
+    for (auto &shard : impl_->shards) {
+        shard->thread.join();
+        ::close(shard->epoll);
+        ::close(shard->wake);
+    }
+    impl_->shards.clear();
+    {
+        std::lock_guard<std::mutex> g(impl_->mu);
+        for (Endpoint &e : impl_->endpoints) {
+            ::close(e.fd);
+            e.fd = -1;
+        }
+    }
+    // Answers still held back are dropped, as before a restart.
     impl_->event("stopped");
 }
 
-bool Simulator::running() const { return impl_->thread.joinable(); }
+bool Simulator::running() const { return !impl_->shards.empty(); }
 
 void Simulator::update(Config config)
 {
@@ -327,7 +451,7 @@ void Simulator::update(Config config)
 void Simulator::modify(const std::function<void(Config &)> &change)
 {
     std::lock_guard<std::mutex> g(impl_->mu);
-    Config c = impl_->config;
+    Config c = *impl_->config;
     change(c);
     impl_->replace(std::move(c));
 }
@@ -335,13 +459,13 @@ void Simulator::modify(const std::function<void(Config &)> &change)
 Config Simulator::config() const
 {
     std::lock_guard<std::mutex> g(impl_->mu);
-    return impl_->config;
+    return *impl_->config;
 }
 
 Stats Simulator::stats() const
 {
     std::lock_guard<std::mutex> g(impl_->mu);
-    return impl_->stats;
+    return impl_->snapshot();
 }
 
 void Simulator::clear_stats()
@@ -350,6 +474,10 @@ void Simulator::clear_stats()
     ChassisState chassis = impl_->stats.chassis;
     impl_->stats = Stats{};
     impl_->stats.chassis = chassis;
+    for (Endpoint &e : impl_->endpoints) {
+        e.established = e.closed = e.rejected = 0;
+        e.sessions.clear();
+    }
 }
 
 bool Simulator::wait_for(Kind kind, size_t count, std::chrono::milliseconds timeout) const

@@ -1,0 +1,5 @@
+# The fleet benchmark runs to the end on a fleet of 10 (bench/fleet.sh
+# --quick); its figures are printed, never judged.
+add_test(NAME fleet_bench COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/scripts/fleet_bench_test.sh
+  ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
+set_tests_properties(fleet_bench PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300 LABELS bench)
