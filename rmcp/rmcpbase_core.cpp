@@ -20,22 +20,37 @@ EVP_MAC *hmac_algorithm()
     return mac;
 }
 
+// A keyless HMAC context with its digest set, made once per digest: naming
+// the digest fetches it, so every other context is a copy of this one.
+EVP_MAC_CTX *make_template(const char *digest_name)
+{
+    EVP_MAC_CTX *ctx = hmac_algorithm() != nullptr ? EVP_MAC_CTX_new(hmac_algorithm()) : nullptr;
+    char digest[16] = {};
+    std::strncpy(digest, digest_name, sizeof digest - 1);
+    const OSSL_PARAM params[] = {OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digest, 0),
+                                 OSSL_PARAM_construct_end()};
+    if (ctx != nullptr && !EVP_MAC_CTX_set_params(ctx, params)) {
+        EVP_MAC_CTX_free(ctx);
+        ctx = nullptr;
+    }
+    return ctx;
+}
+
+// A fresh keyless context for "SHA1" or "SHA256".
+EVP_MAC_CTX *hmac_context(const char *digest_name)
+{
+    static EVP_MAC_CTX *const sha1 = make_template("SHA1");
+    static EVP_MAC_CTX *const sha256 = make_template("SHA256");
+    EVP_MAC_CTX *const model = std::strcmp(digest_name, "SHA256") == 0 ? sha256 : sha1;
+    return model != nullptr ? EVP_MAC_CTX_dup(model) : nullptr;
+}
+
 // One HMAC context per thread and digest, made once with its digest set.
 // Each code re-keys it only when the key changes: a session computes every
 // integrity code under the same key, and keying costs two hash blocks.
 class ThreadHmac {
 public:
-    explicit ThreadHmac(const char *digest_name, size_t size) : ctx_(EVP_MAC_CTX_new(hmac_algorithm())), size_(size)
-    {
-        char digest[16] = {};
-        std::strncpy(digest, digest_name, sizeof digest - 1);
-        const OSSL_PARAM params[] = {OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digest, 0),
-                                     OSSL_PARAM_construct_end()};
-        if (ctx_ && !EVP_MAC_CTX_set_params(ctx_, params)) {
-            EVP_MAC_CTX_free(ctx_);
-            ctx_ = nullptr;
-        }
-    }
+    explicit ThreadHmac(const char *digest_name, size_t size) : ctx_(hmac_context(digest_name)), size_(size) {}
     ~ThreadHmac() { EVP_MAC_CTX_free(ctx_); }
     ThreadHmac(const ThreadHmac &) = delete;
     ThreadHmac &operator=(const ThreadHmac &) = delete;
@@ -95,6 +110,16 @@ void hmac_sha1(const uint8_t *key, uint32_t key_length, const uint8_t *data, uin
 }  // namespace
 
 namespace rmcpp {
+
+EVP_MAC_CTX *new_hmac(const char *digest, const uint8_t *key, uint32_t key_length)
+{
+    EVP_MAC_CTX *ctx = hmac_context(digest);
+    if (ctx != nullptr && !EVP_MAC_init(ctx, key, key_length, nullptr)) {
+        EVP_MAC_CTX_free(ctx);
+        ctx = nullptr;
+    }
+    return ctx;
+}
 
 bool hmac_sha256(const uint8_t *key, uint32_t key_length, const uint8_t *data, uint32_t data_length,
                  uint8_t output[32])
@@ -195,6 +220,7 @@ RMCPP_API int MakeRMCP_pluse_Packet(RMCPp_Session *session, const uint8_t *data,
 
     const bool authenticated = sends_authenticated(session);
     const bool encrypted = sends_encrypted(session);
+    const rmcpp::ext::Attached attached = rmcpp::ext::attached(session);
     uint8_t payload_type = 0x00;
     if (authenticated) payload_type |= kPayloadAuthenticated;
     if (encrypted) payload_type |= kPayloadEncrypted;
@@ -213,7 +239,7 @@ RMCPP_API int MakeRMCP_pluse_Packet(RMCPp_Session *session, const uint8_t *data,
         }
         if (room < 16) return insufficient();
         uint8_t iv[16];
-        if (rmcpp::ext::packet_random(session, iv) != 0) {
+        if (rmcpp::ext::packet_random(attached.extras, iv) != 0) {
             lib_log(3, "Failed to make Confidentiality Header.\n");
             return 1;
         }
@@ -237,8 +263,12 @@ RMCPP_API int MakeRMCP_pluse_Packet(RMCPp_Session *session, const uint8_t *data,
         w.u8(static_cast<uint8_t>(pad));
         room -= pad + 1;
         payload_length = 16 + data_length + pad + 1;
-        if (ConfidentialityAlgorithm(session->confidentiality_alg, buffer + 16, payload_length, session->cipher_key,
-                                     0) != 0) {
+        const int sealed =
+            attached.keys != nullptr
+                ? attached.keys->confidentiality(buffer + 16, payload_length, 0)
+                : ConfidentialityAlgorithm(session->confidentiality_alg, buffer + 16, payload_length,
+                                           session->cipher_key, 0);
+        if (sealed != 0) {
             lib_log(3, "Failed to encrypt data.\n");
             return 1;
         }
@@ -255,10 +285,12 @@ RMCPP_API int MakeRMCP_pluse_Packet(RMCPp_Session *session, const uint8_t *data,
         const uint32_t pad = (4 - (12 + payload_length + 2) % 4) % 4;
         if (pad + 14 > room) return insufficient();
         w.fill(0xFF, pad).u8(static_cast<uint8_t>(pad)).u8(0x07);
-        uint8_t code[20];
+        uint8_t code[32];
         uint32_t code_length = 0;
-        if (CalculateAuthCode(1, buffer + 4, static_cast<uint32_t>(w.size()), session->sik, 20, code,
-                              &code_length) != 0) {
+        if (attached.keys != nullptr) {
+            if (attached.keys->integrity_code(buffer + 4, static_cast<uint32_t>(w.size()), code)) code_length = 20;
+        } else if (CalculateAuthCode(1, buffer + 4, static_cast<uint32_t>(w.size()), session->sik, 20, code,
+                                     &code_length) != 0) {
             lib_log(3, "Failed to generate Integrity value.\n");
             return 1;
         }
@@ -270,14 +302,17 @@ RMCPP_API int MakeRMCP_pluse_Packet(RMCPp_Session *session, const uint8_t *data,
     }
     // HMAC-SHA256-128 under K1, for sessions of suites 16 and 17.
     const rmcpp::ext::SessionExtras *extras =
-        session->integrity_alg == rmcpp::ext::kHmacSha256_128 ? rmcpp::ext::extras_of(session) : nullptr;
+        session->integrity_alg == rmcpp::ext::kHmacSha256_128 ? attached.extras : nullptr;
     if (extras != nullptr) {
         const uint32_t pad = (4 - (12 + payload_length + 2) % 4) % 4;
         if (pad + 18 > room) return insufficient();
         w.fill(0xFF, pad).u8(static_cast<uint8_t>(pad)).u8(0x07);
         uint8_t code[32];
-        if (!rmcpp::hmac_sha256(extras->integrity_key, sizeof extras->integrity_key, buffer + 4,
-                                static_cast<uint32_t>(w.size()), code)) {
+        const bool made = attached.keys != nullptr
+                              ? attached.keys->integrity_code(buffer + 4, static_cast<uint32_t>(w.size()), code)
+                              : rmcpp::hmac_sha256(extras->integrity_key, sizeof extras->integrity_key, buffer + 4,
+                                                   static_cast<uint32_t>(w.size()), code);
+        if (!made) {
             lib_log(3, "Failed to generate Integrity value.\n");
             return 1;
         }
