@@ -1,6 +1,6 @@
 #include "packet_keys.h"
 
-#include <openssl/evp.h>
+#include <openssl/crypto.h>
 
 #include <cstdio>
 #include <cstring>
@@ -24,7 +24,6 @@ char *hex_text(const uint8_t *key, char (&text)[2 * kBlock + 1])
 
 PacketKeys::~PacketKeys()
 {
-    EVP_MAC_CTX_free(integrity_);
     OPENSSL_cleanse(&encrypt_, sizeof encrypt_);
     OPENSSL_cleanse(&decrypt_, sizeof decrypt_);
     OPENSSL_cleanse(sik_, sizeof sik_);
@@ -38,14 +37,11 @@ bool PacketKeys::make(const RMCPp_Session &s, const uint8_t *sha256_k1)
     std::memcpy(sik_, s.sik, sizeof sik_);
     std::memcpy(aes_key_, s.cipher_key, sizeof aes_key_);
 
-    if (s.integrity_alg == 1) {
-        integrity_ = new_hmac("SHA1", s.sik, sizeof s.sik);
-        code_size_ = 20;
-    } else if (s.integrity_alg == ext::kHmacSha256_128 && sha256_k1 != nullptr) {
-        integrity_ = new_hmac("SHA256", sha256_k1, 32);
-        code_size_ = 32;
-    }
-    if (s.integrity_alg != 0 && integrity_ == nullptr) return false;
+    if (s.integrity_alg == 1)
+        integrity_.set(Digest::Sha1, s.sik, sizeof s.sik);
+    else if (s.integrity_alg == ext::kHmacSha256_128 && sha256_k1 != nullptr)
+        integrity_.set(Digest::Sha256, sha256_k1, 32);
+    if (s.integrity_alg != 0 && !integrity_.keyed()) return false;
 
     if (s.confidentiality_alg == 1) {
         char text[2 * kBlock + 1];
@@ -66,11 +62,9 @@ bool PacketKeys::match(const RMCPp_Session &s) const
 
 bool PacketKeys::integrity_code(const uint8_t *data, uint32_t length, uint8_t out[32])
 {
-    if (integrity_ == nullptr) return false;
-    size_t written = 0;
-    // A null key starts a new code under the key the context already holds.
-    return EVP_MAC_init(integrity_, nullptr, 0, nullptr) && EVP_MAC_update(integrity_, data, length) &&
-           EVP_MAC_final(integrity_, out, &written, code_size_) && written == code_size_;
+    if (!integrity_.keyed()) return false;
+    integrity_.code(data, length, out);
+    return true;
 }
 
 int PacketKeys::confidentiality(uint8_t *field, uint32_t field_length, int direction)

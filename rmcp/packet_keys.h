@@ -1,24 +1,14 @@
 // The keyed state of one open session's packets, made once when the
 // session's keys are made and kept until it is released: the AES-128 key
-// schedules of K2 and an HMAC context keyed with the integrity key. With it
+// schedules of K2 and an HMAC keyed with the integrity key. With it
 // an exchange expands no key and makes no context.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
+#include "hmac.h"
 #include "rmcpp.h"
-
-typedef struct evp_mac_ctx_st EVP_MAC_CTX;
-
-namespace rmcpp {
-
-// A fresh HMAC context for `digest` ("SHA1" or "SHA256"), keyed with `key`,
-// or null when OpenSSL fails. The HMAC and digest implementations are
-// fetched once per process; each context is a copy of a keyless one.
-EVP_MAC_CTX *new_hmac(const char *digest, const uint8_t *key, uint32_t key_length);
-
-}  // namespace rmcpp
 
 namespace rmcpp::keys {
 
@@ -39,7 +29,7 @@ public:
     bool match(const RMCPp_Session &s) const;
 
     // The integrity code over `data`: the whole HMAC, 20 bytes (SHA-1) or
-    // 32 (SHA-256), into `out`. False when OpenSSL fails.
+    // 32 (SHA-256), into `out`. False when the session has no integrity key.
     bool integrity_code(const uint8_t *data, uint32_t length, uint8_t out[32]);
 
     // AES-CBC-128 over a confidentiality payload field (16-byte IV, then
@@ -52,8 +42,7 @@ private:
     uint8_t confidentiality_alg_ = 0;
     uint8_t sik_[20] = {};
     uint8_t aes_key_[16] = {};
-    EVP_MAC_CTX *integrity_ = nullptr;
-    size_t code_size_ = 0;
+    HmacKey integrity_;
     KeyRecord encrypt_{};
     KeyRecord decrypt_{};
 };

@@ -1,134 +1,69 @@
 // RMCP header writer and the library's one HMAC entry point.
-#include <openssl/core_names.h>
-#include <openssl/evp.h>
+#include <openssl/crypto.h>
 
 #include <cstdlib>
 #include <cstring>
 
 #include "arguments.h"
+#include "hmac.h"
 #include "rmcpp.h"
 #include "session_options.h"
 #include "wire.h"
 
 namespace {
 
-// The HMAC implementation is fetched once per process; fetching is costly
-// next to one HMAC-SHA1 over a packet.
-EVP_MAC *hmac_algorithm()
-{
-    static EVP_MAC *mac = EVP_MAC_fetch(nullptr, "HMAC", nullptr);
-    return mac;
-}
-
-// A keyless HMAC context with its digest set, made once per digest: naming
-// the digest fetches it, so every other context is a copy of this one.
-EVP_MAC_CTX *make_template(const char *digest_name)
-{
-    EVP_MAC_CTX *ctx = hmac_algorithm() != nullptr ? EVP_MAC_CTX_new(hmac_algorithm()) : nullptr;
-    char digest[16] = {};
-    std::strncpy(digest, digest_name, sizeof digest - 1);
-    const OSSL_PARAM params[] = {OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digest, 0),
-                                 OSSL_PARAM_construct_end()};
-    if (ctx != nullptr && !EVP_MAC_CTX_set_params(ctx, params)) {
-        EVP_MAC_CTX_free(ctx);
-        ctx = nullptr;
-    }
-    return ctx;
-}
-
-// A fresh keyless context for "SHA1" or "SHA256".
-EVP_MAC_CTX *hmac_context(const char *digest_name)
-{
-    static EVP_MAC_CTX *const sha1 = make_template("SHA1");
-    static EVP_MAC_CTX *const sha256 = make_template("SHA256");
-    EVP_MAC_CTX *const model = std::strcmp(digest_name, "SHA256") == 0 ? sha256 : sha1;
-    return model != nullptr ? EVP_MAC_CTX_dup(model) : nullptr;
-}
-
-// One HMAC context per thread and digest, made once with its digest set.
-// Each code re-keys it only when the key changes: a session computes every
-// integrity code under the same key, and keying costs two hash blocks.
+// One keyed HMAC per thread and digest. Each code re-keys it only when the
+// key changes: a session computes every integrity code under the same key,
+// and keying costs two hash blocks.
 class ThreadHmac {
 public:
-    explicit ThreadHmac(const char *digest_name, size_t size) : ctx_(hmac_context(digest_name)), size_(size) {}
-    ~ThreadHmac() { EVP_MAC_CTX_free(ctx_); }
+    explicit ThreadHmac(rmcpp::Digest digest) : digest_(digest) {}
+    ~ThreadHmac() { OPENSSL_cleanse(key_, sizeof key_); }
     ThreadHmac(const ThreadHmac &) = delete;
     ThreadHmac &operator=(const ThreadHmac &) = delete;
 
-    bool compute(const uint8_t *key, uint32_t key_length, const uint8_t *data, uint32_t data_length,
-                 uint8_t *output, size_t *written)
+    void compute(const uint8_t *key, uint32_t key_length, const uint8_t *data, uint32_t data_length,
+                 uint8_t *output)
     {
-        if (ctx_ == nullptr) return false;
-        const bool same_key = keyed_ && key_length == key_length_ && std::memcmp(key, key_, key_length) == 0;
-        keyed_ = false;
-        if (!EVP_MAC_init(ctx_, same_key ? nullptr : key, same_key ? 0 : key_length, nullptr)) return false;
-        if (key_length <= sizeof key_) {
-            std::memcpy(key_, key, key_length);
-            key_length_ = key_length;
-            keyed_ = true;
+        const bool same_key = remembered_ && key_length == key_length_ &&
+                              (key_length == 0 || std::memcmp(key, key_, key_length) == 0);
+        if (!same_key) {
+            hmac_.set(digest_, key, key_length);
+            remembered_ = key_length <= sizeof key_;
+            if (remembered_) {
+                if (key_length != 0) std::memcpy(key_, key, key_length);
+                key_length_ = key_length;
+            }
         }
-        return EVP_MAC_update(ctx_, data, data_length) && EVP_MAC_final(ctx_, output, written, size_);
+        hmac_.code(data, data_length, output);
     }
 
 private:
-    EVP_MAC_CTX *ctx_;
-    size_t size_;
+    rmcpp::Digest digest_;
+    rmcpp::HmacKey hmac_;
     uint8_t key_[64] = {};
     uint32_t key_length_ = 0;
-    bool keyed_ = false;
+    bool remembered_ = false;
 };
-
-// HMAC pads its key with zeros to the block size, so an empty key and a
-// single zero byte are the same key; the latter keeps OpenSSL from refusing
-// a zero-length key.
-bool thread_hmac(ThreadHmac &hmac, const uint8_t *key, uint32_t key_length, const uint8_t *data,
-                 uint32_t data_length, uint8_t *output, size_t *written)
-{
-    static const uint8_t zero_key[1] = {0};
-    if (key_length == 0) {
-        key = zero_key;
-        key_length = 1;
-    }
-    return hmac.compute(key, key_length, data, data_length, output, written);
-}
 
 void hmac_sha1(const uint8_t *key, uint32_t key_length, const uint8_t *data, uint32_t data_length,
                uint8_t *output, uint32_t *output_length)
 {
-    thread_local ThreadHmac hmac("SHA1", 20);
-    size_t written = 0;
-    if (thread_hmac(hmac, key, key_length, data, data_length, output, &written)) {
-        *output_length = static_cast<uint32_t>(written);
-        return;
-    }
-    // A failed HMAC leaves no code: a zero length that every caller's
-    // check of 20 refuses, and no stale bytes for the ones that read on.
-    std::memset(output, 0, 20);
-    *output_length = 0;
+    thread_local ThreadHmac hmac(rmcpp::Digest::Sha1);
+    hmac.compute(key, key_length, data, data_length, output);
+    *output_length = 20;
 }
 
 }  // namespace
 
 namespace rmcpp {
 
-EVP_MAC_CTX *new_hmac(const char *digest, const uint8_t *key, uint32_t key_length)
-{
-    EVP_MAC_CTX *ctx = hmac_context(digest);
-    if (ctx != nullptr && !EVP_MAC_init(ctx, key, key_length, nullptr)) {
-        EVP_MAC_CTX_free(ctx);
-        ctx = nullptr;
-    }
-    return ctx;
-}
-
 bool hmac_sha256(const uint8_t *key, uint32_t key_length, const uint8_t *data, uint32_t data_length,
                  uint8_t output[32])
 {
-    thread_local ThreadHmac hmac("SHA256", 32);
-    size_t written = 0;
-    if (thread_hmac(hmac, key, key_length, data, data_length, output, &written) && written == 32) return true;
-    std::memset(output, 0, 32);
-    return false;
+    thread_local ThreadHmac hmac(Digest::Sha256);
+    hmac.compute(key, key_length, data, data_length, output);
+    return true;
 }
 
 }  // namespace rmcpp

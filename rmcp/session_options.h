@@ -13,7 +13,7 @@
 
 namespace rmcpp {
 
-// HMAC-SHA256 over data; false (and 32 zero bytes) when OpenSSL fails.
+// HMAC-SHA256 over data into output; always true.
 bool hmac_sha256(const uint8_t *key, uint32_t key_length, const uint8_t *data, uint32_t data_length,
                  uint8_t output[32]);
 
