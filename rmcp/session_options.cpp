@@ -1,9 +1,12 @@
 #include "session_options.h"
 
+#include <openssl/crypto.h>
+#include <pthread.h>
 #include <sys/random.h>
 
 #include <atomic>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <cerrno>
 #include <mutex>
@@ -14,7 +17,9 @@
 
 namespace rmcpp::ext {
 
-bool kernel_random(uint8_t *out, size_t count)
+namespace {
+
+bool from_kernel(uint8_t *out, size_t count)
 {
     size_t done = 0;
     while (done < count) {
@@ -25,6 +30,40 @@ bool kernel_random(uint8_t *out, size_t count)
         }
         done += static_cast<size_t>(n);
     }
+    return true;
+}
+
+// Kernel random bytes are drawn a few hundred at a time into a pool of the
+// calling thread's and handed out from there, each byte once: one system
+// call serves many session IDs, Rm values and IVs. A child made by fork
+// starts with an empty pool, so it never repeats its parent's bytes.
+struct RandomPool {
+    uint8_t bytes[256] = {};
+    size_t left = 0;
+};
+thread_local RandomPool pool;
+
+void forget_pool()
+{
+    OPENSSL_cleanse(pool.bytes, sizeof pool.bytes);
+    pool.left = 0;
+}
+
+}  // namespace
+
+bool kernel_random(uint8_t *out, size_t count)
+{
+    static std::once_flag fork_hook;
+    std::call_once(fork_hook, [] { pthread_atfork(nullptr, nullptr, forget_pool); });
+    if (count > sizeof pool.bytes) return from_kernel(out, count);
+    if (pool.left < count) {
+        if (!from_kernel(pool.bytes, sizeof pool.bytes)) return false;
+        pool.left = sizeof pool.bytes;
+    }
+    uint8_t *next = pool.bytes + sizeof pool.bytes - pool.left;
+    std::memcpy(out, next, count);
+    OPENSSL_cleanse(next, count);
+    pool.left -= count;
     return true;
 }
 

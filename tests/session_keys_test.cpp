@@ -7,7 +7,11 @@
 // record given other keys is followed at once; many sessions open at once
 // each use their own keys; records made again at the same address after a
 // release do not inherit the keys of the session that was there before.
+// Kernel random numbers are drawn in batches: a forked child never repeats
+// its parent's.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <array>
 #include <set>
@@ -303,6 +307,50 @@ TEST_F(SessionKeys, ARecordMadeAgainWhereAReleasedOneWasKeysItsOwnPackets)
         EXPECT_EQ(exchange(p, static_cast<uint8_t>(i), response), 0) << i;
         EXPECT_EQ(IPMI_CloseSession(&p), 0) << i;
     }
+}
+
+TEST_F(SessionKeys, AForkedChildNeverRepeatsItsParentsKernelRandomIvs)
+{
+    IPMI_SessionParam p = login(3);
+    RMCPP_SessionOptions o{};
+    o.size = sizeof o;
+    o.flags = RMCPP_OPT_KERNEL_PORT;
+    o.random_source = RMCPP_RANDOM_KERNEL;
+    ASSERT_EQ(rmcpp_setup_session(&p, &o), 0);
+    const Bytes message = request_of(0x06, 0x01, 4);
+    const Bytes first = build(p.session, message);  // the batch is drawn now
+
+    int pipe_fds[2];
+    ASSERT_EQ(::pipe(pipe_fds), 0);
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        // Only the packet builder runs here: no allocation, no test macros.
+        uint8_t packet[256];
+        uint32_t length = 0;
+        int status = 1;
+        if (MakeRMCP_pluse_Packet(p.session, message.data(), static_cast<uint32_t>(message.size()), packet,
+                                  sizeof packet, &length) == 0 &&
+            ::write(pipe_fds[1], packet + 16, 16) == 16)
+            status = 0;
+        ::_exit(status);
+    }
+    ::close(pipe_fds[1]);
+    uint8_t child_iv[16] = {};
+    const ssize_t n = ::read(pipe_fds[0], child_iv, sizeof child_iv);
+    ::close(pipe_fds[0]);
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    ASSERT_EQ(WEXITSTATUS(status), 0);
+    ASSERT_EQ(n, 16);
+
+    const Bytes parent_next = build(p.session, message);
+    const Bytes child_one(child_iv, child_iv + 16);
+    EXPECT_NE(child_one, iv_of(parent_next));  // the parent's next IV is not the child's
+    EXPECT_NE(child_one, iv_of(first));
+    EXPECT_NE(iv_of(first), iv_of(parent_next));
+    EXPECT_EQ(IPMI_CloseSession(&p), 0);
 }
 
 }  // namespace
