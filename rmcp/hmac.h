@@ -4,7 +4,6 @@
 // is fetched and nothing is allocated, at start-up or per packet.
 #pragma once
 
-#define OPENSSL_SUPPRESS_DEPRECATED
 #include <openssl/sha.h>
 
 #include <cstddef>
