@@ -13,11 +13,11 @@ namespace {
 
 constexpr int kBlock = 16;
 
-char *hex_text(const uint8_t *key, char (&text)[2 * kBlock + 1])
+// makeKey takes its key as hexadecimal text.
+void hex_text(const uint8_t *key, char (&text)[2 * kBlock + 1])
 {
     BinToHex(text, key, 128);
     text[2 * kBlock] = '\0';
-    return text;
 }
 
 }  // namespace

@@ -98,9 +98,6 @@ struct Attached {
 };
 Attached attached(const RMCPp_Session *session);
 
-// The extras of `session`, or null.
-inline const SessionExtras *extras_of(const RMCPp_Session *session) { return attached(session).extras; }
-
 // An IV or other random block for a packet of a session with these extras.
 int packet_random(const SessionExtras *extras, uint8_t out[16]);
 
