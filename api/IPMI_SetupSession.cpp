@@ -187,6 +187,7 @@ RMCPP_API int IPMI_SetupSession(IPMI_SessionParam *param)
         return 2;
     }
     rmcpp::setup::open_session(state, *param->session, rmcpp::load_setting(RMCPStandardKeys) != 0);
+    rmcpp::ext::attach(param->session, rmcpp::ext::SessionExtras{});
     param->per_msg_auth_status = param->session->per_msg_auth_status;
     return 0;
 }

@@ -216,7 +216,9 @@ RMCPP_API char *lmsg_getmsg(int number, char *text, const char *argument);
 /*   error.                                                            */
 /* - the local ports 7001..7099 that a session with local_port 0 looks */
 /*   through: sessions set up at once each bind a port of their own.   */
-/* Each thread keeps one HMAC context of its own, freed when it ends.  */
+/* Each thread keeps one HMAC context of its own, freed when it ends;  */
+/* each open session keeps its keyed HMAC and AES key schedules, freed */
+/* when the session is released.                                       */
 /* ------------------------------------------------------------------ */
 
 /* ------------------------------------------------------------------ */

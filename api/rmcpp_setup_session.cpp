@@ -104,7 +104,7 @@ RMCPP_API int rmcpp_setup_session(IPMI_SessionParam *param, const RMCPP_SessionO
         std::free(s);
         return RMCPP_ERR_INTERNAL;
     }
-    if (extras.kernel_random || state.integrity_alg == rmcpp::ext::kHmacSha256_128) rmcpp::ext::attach(s, extras);
+    rmcpp::ext::attach(s, extras);
     param->session = s;
     param->per_msg_auth_status = s->per_msg_auth_status;
     return 0;

@@ -191,6 +191,42 @@ void BM_CheckPacket(benchmark::State &state)
     state.counters["failures"] = static_cast<double>(failures);
 }
 
+// The same packet from a session the library opened: its AES key schedules
+// and keyed HMAC are kept from setup on (BM_BuildPacket's hand-made record
+// keys every packet afresh).
+void BM_BuildPacketOpenSession(benchmark::State &state)
+{
+    const int suite = static_cast<int>(state.range(0));
+    bmcsim::Config config;
+    config.address = kSimAddress;
+    config.users = {{"admin", "secret", 4, true}};
+    bmcsim::Simulator sim(config);
+    sim.start();
+    IPMI_SessionParam param{};
+    param.bmc_address = kSimAddressHost;
+    param.user_name = "admin";
+    param.user_password = "secret";
+    param.privilege_level = 4;
+    param.cipher_suite_id = suite;
+    param.slave_address = 0x20;
+    param.retry_count = 3;
+    param.timeout_sec = 1;
+    if (IPMI_SetupSession(&param) != 0) {
+        state.SkipWithError("session setup failed");
+        return;
+    }
+    const auto request = get_device_id(1);
+    uint8_t buffer[256];
+    uint32_t length = 0;
+    for (auto _ : state) {
+        MakeRMCP_pluse_Packet(param.session, request.data(), static_cast<uint32_t>(request.size()), buffer,
+                              sizeof buffer, &length);
+        benchmark::DoNotOptimize(buffer);
+    }
+    IPMI_CloseSession(&param);
+    sim.stop();
+}
+
 // Collects the per-packet times as Google Benchmark reports them.
 class TableReporter : public benchmark::ConsoleReporter {
 public:
@@ -217,10 +253,10 @@ void print_table()
         std::printf("%-6d %14.0f %20.2f %16.0f %16.0f\n", suite, f.exchanges_per_second, f.client_us_per_exchange,
                     f.build_ns, f.check_ns);
     const Figures &s3 = g_figures[3];
-    std::printf("\nTargets, suite 3: >= 20000 exchanges/s (measured %.0f, %s); <= 10 us client CPU per exchange "
+    std::printf("\nTargets, suite 3: >= 20000 exchanges/s (measured %.0f, %s); <= 5 us client CPU per exchange "
                 "(measured %.2f, %s)\n",
                 s3.exchanges_per_second, s3.exchanges_per_second >= 20000 ? "met" : "missed",
-                s3.client_us_per_exchange, s3.client_us_per_exchange <= 10 ? "met" : "missed");
+                s3.client_us_per_exchange, s3.client_us_per_exchange <= 5 ? "met" : "missed");
 }
 
 }  // namespace
@@ -228,6 +264,7 @@ void print_table()
 BENCHMARK(BM_Exchange)->DenseRange(0, 3)->Iterations(20000)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_BuildPacket)->DenseRange(0, 3);
 BENCHMARK(BM_CheckPacket)->DenseRange(0, 3);
+BENCHMARK(BM_BuildPacketOpenSession)->DenseRange(2, 3);
 
 int main(int argc, char **argv)
 {

@@ -133,8 +133,9 @@ RMCPP_API int Check_IPMIHeadTail(RMCPp_Session *session, const uint8_t *packet, 
     uint32_t pad = 0;
     if (authenticated) {
         // HMAC-SHA256-128 (16 bytes under K1) for sessions of suites 16 and 17.
+        const rmcpp::ext::Attached attached = rmcpp::ext::attached(session);
         const rmcpp::ext::SessionExtras *extras =
-            session->integrity_alg == rmcpp::ext::kHmacSha256_128 ? rmcpp::ext::extras_of(session) : nullptr;
+            session->integrity_alg == rmcpp::ext::kHmacSha256_128 ? attached.extras : nullptr;
         if (session->integrity_alg != 1 && extras == nullptr) return reject("Unsupported Integrity Algorithm.\n");
         const uint32_t code_size = extras != nullptr ? 16 : 12;
         pad = (4 - (payload_length + 14) % 4) % 4;
@@ -142,12 +143,15 @@ RMCPP_API int Check_IPMIHeadTail(RMCPp_Session *session, const uint8_t *packet, 
         if (total != covered + code_size) return reject("Received Unexpected Packet.(S_T Payload length)\n");
         uint8_t code[32];
         uint32_t code_length = 0;
-        const bool computed =
-            extras != nullptr
-                ? rmcpp::hmac_sha256(extras->integrity_key, sizeof extras->integrity_key, packet, covered, code)
-                : CalculateAuthCode(session->integrity_alg, packet, covered, session->sik, 20, code, &code_length) ==
-                          0 &&
-                      code_length == 20;
+        bool computed;
+        if (attached.keys != nullptr)
+            computed = attached.keys->integrity_code(packet, covered, code);
+        else if (extras != nullptr)
+            computed = rmcpp::hmac_sha256(extras->integrity_key, sizeof extras->integrity_key, packet, covered, code);
+        else
+            computed = CalculateAuthCode(session->integrity_alg, packet, covered, session->sik, 20, code,
+                                         &code_length) == 0 &&
+                       code_length == 20;
         if (!computed) {
             lib_log(3, "Failed to calculate Integrity code.\n");
             return 1;
@@ -194,7 +198,12 @@ RMCPP_API int Check_IPMIPayload(RMCPp_Session *session, uint8_t *payload, uint32
             lib_log(1, "Invalid Payload Data Length = %d (expected multiple 16 Bytes).\n", static_cast<int>(length));
             return 1;
         }
-        if (ConfidentialityAlgorithm(session->confidentiality_alg, payload, length, session->cipher_key, 1) != 0) {
+        rmcpp::keys::PacketKeys *keys = rmcpp::ext::attached(session).keys;
+        const int opened = keys != nullptr
+                               ? keys->confidentiality(payload, length, 1)
+                               : ConfidentialityAlgorithm(session->confidentiality_alg, payload, length,
+                                                          session->cipher_key, 1);
+        if (opened != 0) {
             lib_log(3, "Failed to decrypt data.\n");
             return 1;
         }

@@ -1,95 +1,57 @@
 // RMCP header writer and the library's one HMAC entry point.
-#include <openssl/core_names.h>
-#include <openssl/evp.h>
+#include <openssl/crypto.h>
 
 #include <cstdlib>
 #include <cstring>
 
 #include "arguments.h"
+#include "hmac.h"
 #include "rmcpp.h"
 #include "session_options.h"
 #include "wire.h"
 
 namespace {
 
-// The HMAC implementation is fetched once per process; fetching is costly
-// next to one HMAC-SHA1 over a packet.
-EVP_MAC *hmac_algorithm()
-{
-    static EVP_MAC *mac = EVP_MAC_fetch(nullptr, "HMAC", nullptr);
-    return mac;
-}
-
-// One HMAC context per thread and digest, made once with its digest set.
-// Each code re-keys it only when the key changes: a session computes every
-// integrity code under the same key, and keying costs two hash blocks.
+// One keyed HMAC per thread and digest. Each code re-keys it only when the
+// key changes: a session computes every integrity code under the same key,
+// and keying costs two hash blocks.
 class ThreadHmac {
 public:
-    explicit ThreadHmac(const char *digest_name, size_t size) : ctx_(EVP_MAC_CTX_new(hmac_algorithm())), size_(size)
-    {
-        char digest[16] = {};
-        std::strncpy(digest, digest_name, sizeof digest - 1);
-        const OSSL_PARAM params[] = {OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digest, 0),
-                                     OSSL_PARAM_construct_end()};
-        if (ctx_ && !EVP_MAC_CTX_set_params(ctx_, params)) {
-            EVP_MAC_CTX_free(ctx_);
-            ctx_ = nullptr;
-        }
-    }
-    ~ThreadHmac() { EVP_MAC_CTX_free(ctx_); }
+    explicit ThreadHmac(rmcpp::Digest digest) : digest_(digest) {}
+    ~ThreadHmac() { OPENSSL_cleanse(key_, sizeof key_); }
     ThreadHmac(const ThreadHmac &) = delete;
     ThreadHmac &operator=(const ThreadHmac &) = delete;
 
-    bool compute(const uint8_t *key, uint32_t key_length, const uint8_t *data, uint32_t data_length,
-                 uint8_t *output, size_t *written)
+    void compute(const uint8_t *key, uint32_t key_length, const uint8_t *data, uint32_t data_length,
+                 uint8_t *output)
     {
-        if (ctx_ == nullptr) return false;
-        const bool same_key = keyed_ && key_length == key_length_ && std::memcmp(key, key_, key_length) == 0;
-        keyed_ = false;
-        if (!EVP_MAC_init(ctx_, same_key ? nullptr : key, same_key ? 0 : key_length, nullptr)) return false;
-        if (key_length <= sizeof key_) {
-            std::memcpy(key_, key, key_length);
-            key_length_ = key_length;
-            keyed_ = true;
+        const bool same_key = remembered_ && key_length == key_length_ &&
+                              (key_length == 0 || std::memcmp(key, key_, key_length) == 0);
+        if (!same_key) {
+            hmac_.set(digest_, key, key_length);
+            remembered_ = key_length <= sizeof key_;
+            if (remembered_) {
+                if (key_length != 0) std::memcpy(key_, key, key_length);
+                key_length_ = key_length;
+            }
         }
-        return EVP_MAC_update(ctx_, data, data_length) && EVP_MAC_final(ctx_, output, written, size_);
+        hmac_.code(data, data_length, output);
     }
 
 private:
-    EVP_MAC_CTX *ctx_;
-    size_t size_;
+    rmcpp::Digest digest_;
+    rmcpp::HmacKey hmac_;
     uint8_t key_[64] = {};
     uint32_t key_length_ = 0;
-    bool keyed_ = false;
+    bool remembered_ = false;
 };
-
-// HMAC pads its key with zeros to the block size, so an empty key and a
-// single zero byte are the same key; the latter keeps OpenSSL from refusing
-// a zero-length key.
-bool thread_hmac(ThreadHmac &hmac, const uint8_t *key, uint32_t key_length, const uint8_t *data,
-                 uint32_t data_length, uint8_t *output, size_t *written)
-{
-    static const uint8_t zero_key[1] = {0};
-    if (key_length == 0) {
-        key = zero_key;
-        key_length = 1;
-    }
-    return hmac.compute(key, key_length, data, data_length, output, written);
-}
 
 void hmac_sha1(const uint8_t *key, uint32_t key_length, const uint8_t *data, uint32_t data_length,
                uint8_t *output, uint32_t *output_length)
 {
-    thread_local ThreadHmac hmac("SHA1", 20);
-    size_t written = 0;
-    if (thread_hmac(hmac, key, key_length, data, data_length, output, &written)) {
-        *output_length = static_cast<uint32_t>(written);
-        return;
-    }
-    // A failed HMAC leaves no code: a zero length that every caller's
-    // check of 20 refuses, and no stale bytes for the ones that read on.
-    std::memset(output, 0, 20);
-    *output_length = 0;
+    thread_local ThreadHmac hmac(rmcpp::Digest::Sha1);
+    hmac.compute(key, key_length, data, data_length, output);
+    *output_length = 20;
 }
 
 }  // namespace
@@ -99,11 +61,9 @@ namespace rmcpp {
 bool hmac_sha256(const uint8_t *key, uint32_t key_length, const uint8_t *data, uint32_t data_length,
                  uint8_t output[32])
 {
-    thread_local ThreadHmac hmac("SHA256", 32);
-    size_t written = 0;
-    if (thread_hmac(hmac, key, key_length, data, data_length, output, &written) && written == 32) return true;
-    std::memset(output, 0, 32);
-    return false;
+    thread_local ThreadHmac hmac(Digest::Sha256);
+    hmac.compute(key, key_length, data, data_length, output);
+    return true;
 }
 
 }  // namespace rmcpp
@@ -195,6 +155,7 @@ RMCPP_API int MakeRMCP_pluse_Packet(RMCPp_Session *session, const uint8_t *data,
 
     const bool authenticated = sends_authenticated(session);
     const bool encrypted = sends_encrypted(session);
+    const rmcpp::ext::Attached attached = rmcpp::ext::attached(session);
     uint8_t payload_type = 0x00;
     if (authenticated) payload_type |= kPayloadAuthenticated;
     if (encrypted) payload_type |= kPayloadEncrypted;
@@ -213,7 +174,7 @@ RMCPP_API int MakeRMCP_pluse_Packet(RMCPp_Session *session, const uint8_t *data,
         }
         if (room < 16) return insufficient();
         uint8_t iv[16];
-        if (rmcpp::ext::packet_random(session, iv) != 0) {
+        if (rmcpp::ext::packet_random(attached.extras, iv) != 0) {
             lib_log(3, "Failed to make Confidentiality Header.\n");
             return 1;
         }
@@ -237,8 +198,12 @@ RMCPP_API int MakeRMCP_pluse_Packet(RMCPp_Session *session, const uint8_t *data,
         w.u8(static_cast<uint8_t>(pad));
         room -= pad + 1;
         payload_length = 16 + data_length + pad + 1;
-        if (ConfidentialityAlgorithm(session->confidentiality_alg, buffer + 16, payload_length, session->cipher_key,
-                                     0) != 0) {
+        const int sealed =
+            attached.keys != nullptr
+                ? attached.keys->confidentiality(buffer + 16, payload_length, 0)
+                : ConfidentialityAlgorithm(session->confidentiality_alg, buffer + 16, payload_length,
+                                           session->cipher_key, 0);
+        if (sealed != 0) {
             lib_log(3, "Failed to encrypt data.\n");
             return 1;
         }
@@ -255,10 +220,12 @@ RMCPP_API int MakeRMCP_pluse_Packet(RMCPp_Session *session, const uint8_t *data,
         const uint32_t pad = (4 - (12 + payload_length + 2) % 4) % 4;
         if (pad + 14 > room) return insufficient();
         w.fill(0xFF, pad).u8(static_cast<uint8_t>(pad)).u8(0x07);
-        uint8_t code[20];
+        uint8_t code[32];
         uint32_t code_length = 0;
-        if (CalculateAuthCode(1, buffer + 4, static_cast<uint32_t>(w.size()), session->sik, 20, code,
-                              &code_length) != 0) {
+        if (attached.keys != nullptr) {
+            if (attached.keys->integrity_code(buffer + 4, static_cast<uint32_t>(w.size()), code)) code_length = 20;
+        } else if (CalculateAuthCode(1, buffer + 4, static_cast<uint32_t>(w.size()), session->sik, 20, code,
+                                     &code_length) != 0) {
             lib_log(3, "Failed to generate Integrity value.\n");
             return 1;
         }
@@ -270,14 +237,17 @@ RMCPP_API int MakeRMCP_pluse_Packet(RMCPp_Session *session, const uint8_t *data,
     }
     // HMAC-SHA256-128 under K1, for sessions of suites 16 and 17.
     const rmcpp::ext::SessionExtras *extras =
-        session->integrity_alg == rmcpp::ext::kHmacSha256_128 ? rmcpp::ext::extras_of(session) : nullptr;
+        session->integrity_alg == rmcpp::ext::kHmacSha256_128 ? attached.extras : nullptr;
     if (extras != nullptr) {
         const uint32_t pad = (4 - (12 + payload_length + 2) % 4) % 4;
         if (pad + 18 > room) return insufficient();
         w.fill(0xFF, pad).u8(static_cast<uint8_t>(pad)).u8(0x07);
         uint8_t code[32];
-        if (!rmcpp::hmac_sha256(extras->integrity_key, sizeof extras->integrity_key, buffer + 4,
-                                static_cast<uint32_t>(w.size()), code)) {
+        const bool made = attached.keys != nullptr
+                              ? attached.keys->integrity_code(buffer + 4, static_cast<uint32_t>(w.size()), code)
+                              : rmcpp::hmac_sha256(extras->integrity_key, sizeof extras->integrity_key, buffer + 4,
+                                                   static_cast<uint32_t>(w.size()), code);
+        if (!made) {
             lib_log(3, "Failed to generate Integrity value.\n");
             return 1;
         }

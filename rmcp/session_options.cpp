@@ -1,8 +1,13 @@
 #include "session_options.h"
 
+#include <openssl/crypto.h>
+#include <pthread.h>
 #include <sys/random.h>
 
 #include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <memory>
 #include <cerrno>
 #include <mutex>
 #include <shared_mutex>
@@ -12,7 +17,9 @@
 
 namespace rmcpp::ext {
 
-bool kernel_random(uint8_t *out, size_t count)
+namespace {
+
+bool from_kernel(uint8_t *out, size_t count)
 {
     size_t done = 0;
     while (done < count) {
@@ -23,6 +30,40 @@ bool kernel_random(uint8_t *out, size_t count)
         }
         done += static_cast<size_t>(n);
     }
+    return true;
+}
+
+// Kernel random bytes are drawn a few hundred at a time into a pool of the
+// calling thread's and handed out from there, each byte once: one system
+// call serves many session IDs, Rm values and IVs. A child made by fork
+// starts with an empty pool, so it never repeats its parent's bytes.
+struct RandomPool {
+    uint8_t bytes[256] = {};
+    size_t left = 0;
+};
+thread_local RandomPool pool;
+
+void forget_pool()
+{
+    OPENSSL_cleanse(pool.bytes, sizeof pool.bytes);
+    pool.left = 0;
+}
+
+}  // namespace
+
+bool kernel_random(uint8_t *out, size_t count)
+{
+    static std::once_flag fork_hook;
+    std::call_once(fork_hook, [] { pthread_atfork(nullptr, nullptr, forget_pool); });
+    if (count > sizeof pool.bytes) return from_kernel(out, count);
+    if (pool.left < count) {
+        if (!from_kernel(pool.bytes, sizeof pool.bytes)) return false;
+        pool.left = sizeof pool.bytes;
+    }
+    uint8_t *next = pool.bytes + sizeof pool.bytes - pool.left;
+    std::memcpy(out, next, count);
+    OPENSSL_cleanse(next, count);
+    pool.left -= count;
     return true;
 }
 
@@ -70,51 +111,85 @@ int random_number(const RMCPp_SetupState *state, uint8_t out[16])
 
 namespace {
 
-std::shared_mutex registry_lock;
 // Each entry keeps the IDs of the session it was made for: a record freed
 // without detach (which the library never does) and a new one made at the
 // same address do not share extras.
 struct Entry {
-    uint32_t console_session_id;
-    uint32_t bmc_session_id;
+    uint32_t console_session_id = 0;
+    uint32_t bmc_session_id = 0;
     SessionExtras extras;
+    std::unique_ptr<keys::PacketKeys> keys;
 };
-std::unordered_map<const RMCPp_Session *, Entry> registry;
-// Lets the packet path of hosts that never use the options skip the lock.
+
+// Sessions on many threads look their entries up with every packet; the
+// table is split so that they seldom meet on one lock.
+struct Shard {
+    std::shared_mutex lock;
+    std::unordered_map<const RMCPp_Session *, Entry> entries;
+};
+constexpr size_t kShards = 64;
+Shard shards[kShards];
+
+Shard &shard_of(const RMCPp_Session *session)
+{
+    const auto p = reinterpret_cast<uintptr_t>(session);
+    return shards[((p >> 4) ^ (p >> 12)) % kShards];
+}
+
+// Lets the packet path of hosts that never open a session skip the locks.
 std::atomic<size_t> registered{0};
+// Open sessions beyond this many key their packets afresh, so a host that
+// never closes its sessions cannot grow the table without end.
+constexpr size_t kMaxKeyedSessions = 65536;
 
 }  // namespace
 
 void attach(const RMCPp_Session *session, const SessionExtras &extras)
 {
-    const std::unique_lock hold(registry_lock);
-    registry[session] = Entry{session->console_session_id, session->bmc_session_id, extras};
-    registered.store(registry.size(), std::memory_order_release);
+    Entry entry{session->console_session_id, session->bmc_session_id, extras, nullptr};
+    if (registered.load(std::memory_order_relaxed) < kMaxKeyedSessions) {
+        entry.keys = std::make_unique<keys::PacketKeys>();
+        const uint8_t *k1 = session->integrity_alg == kHmacSha256_128 ? extras.integrity_key : nullptr;
+        if (!entry.keys->make(*session, k1)) entry.keys.reset();
+    }
+    Shard &shard = shard_of(session);
+    const std::unique_lock hold(shard.lock);
+    const bool added = shard.entries.insert_or_assign(session, std::move(entry)).second;
+    if (added) registered.fetch_add(1, std::memory_order_release);
 }
 
 void detach(const RMCPp_Session *session)
 {
     if (registered.load(std::memory_order_acquire) == 0) return;
-    const std::unique_lock hold(registry_lock);
-    registry.erase(session);
-    registered.store(registry.size(), std::memory_order_release);
+    Shard &shard = shard_of(session);
+    Entry gone;
+    {
+        const std::unique_lock hold(shard.lock);
+        const auto it = shard.entries.find(session);
+        if (it == shard.entries.end()) return;
+        gone = std::move(it->second);
+        shard.entries.erase(it);
+        registered.fetch_sub(1, std::memory_order_release);
+    }
+    // The keys are freed outside the lock.
 }
 
-const SessionExtras *extras_of(const RMCPp_Session *session)
+Attached attached(const RMCPp_Session *session)
 {
-    if (registered.load(std::memory_order_acquire) == 0) return nullptr;
-    const std::shared_lock hold(registry_lock);
-    const auto it = registry.find(session);
-    if (it == registry.end() || it->second.console_session_id != session->console_session_id ||
+    if (registered.load(std::memory_order_acquire) == 0) return {};
+    Shard &shard = shard_of(session);
+    const std::shared_lock hold(shard.lock);
+    const auto it = shard.entries.find(session);
+    if (it == shard.entries.end() || it->second.console_session_id != session->console_session_id ||
         it->second.bmc_session_id != session->bmc_session_id)
-        return nullptr;
-    return &it->second.extras;
+        return {};
+    Entry &e = it->second;
+    return {&e.extras, e.keys != nullptr && e.keys->match(*session) ? e.keys.get() : nullptr};
 }
 
-int packet_random(const RMCPp_Session *session, uint8_t out[16])
+int packet_random(const SessionExtras *extras, uint8_t out[16])
 {
-    const SessionExtras *e = extras_of(session);
-    if (e == nullptr || !e->kernel_random) return MakeRandomNumber(out);
+    if (extras == nullptr || !extras->kernel_random) return MakeRandomNumber(out);
     return kernel_random(out, 16) ? 0 : 1;
 }
 

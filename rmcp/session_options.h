@@ -8,11 +8,12 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "packet_keys.h"
 #include "rmcpp.h"
 
 namespace rmcpp {
 
-// HMAC-SHA256 over data; false (and 32 zero bytes) when OpenSSL fails.
+// HMAC-SHA256 over data into output; always true.
 bool hmac_sha256(const uint8_t *key, uint32_t key_length, const uint8_t *data, uint32_t data_length,
                  uint8_t output[32]);
 
@@ -83,16 +84,21 @@ struct SessionExtras {
     uint8_t integrity_key[32] = {};  // K1 of an HMAC-SHA256-128 session
 };
 
-// Registers what `session` carries; replaced by a later attach, dropped by
-// detach. Sessions never attached have no extras.
+// Registers what `session` carries and makes its packet keys (replacing
+// what an earlier attach left); detach drops both. Every session the library
+// opens is attached as its last step of setup and detached when released.
 void attach(const RMCPp_Session *session, const SessionExtras &extras);
 void detach(const RMCPp_Session *session);
 
-// The extras of `session`, or null. The pointer stays valid until the
+// What a packet of `session` can use. Both pointers stay valid until the
 // session is detached; one session is used by one thread at a time.
-const SessionExtras *extras_of(const RMCPp_Session *session);
+struct Attached {
+    const SessionExtras *extras = nullptr;  // null: never attached
+    keys::PacketKeys *keys = nullptr;       // null: none, or the record no longer holds their keys
+};
+Attached attached(const RMCPp_Session *session);
 
-// An IV or other random block for a packet of `session`.
-int packet_random(const RMCPp_Session *session, uint8_t out[16]);
+// An IV or other random block for a packet of a session with these extras.
+int packet_random(const SessionExtras *extras, uint8_t out[16]);
 
 }  // namespace rmcpp::ext

@@ -60,6 +60,23 @@ int resolve(const char *host, uint16_t port, std::vector<Endpoint> &out)
 {
     out.clear();
     const std::string name = strip_brackets(host);
+    // A literal address is its own answer; getaddrinfo would give the same
+    // one entry, after asking the kernel which address families are set up.
+    Endpoint literal;
+    auto &v4 = reinterpret_cast<sockaddr_in &>(literal.address);
+    auto &v6 = reinterpret_cast<sockaddr_in6 &>(literal.address);
+    if (inet_pton(AF_INET, name.c_str(), &v4.sin_addr) == 1) {
+        v4.sin_family = AF_INET;
+        literal.length = sizeof(sockaddr_in);
+    } else if (inet_pton(AF_INET6, name.c_str(), &v6.sin6_addr) == 1) {
+        v6.sin6_family = AF_INET6;
+        literal.length = sizeof(sockaddr_in6);
+    }
+    if (literal.length != 0) {
+        set_port(literal.address, port);
+        out.push_back(literal);
+        return 0;
+    }
     addrinfo hints{};
     hints.ai_family = AF_UNSPEC;
     hints.ai_socktype = SOCK_DGRAM;

@@ -1,8 +1,15 @@
 // rmcpp: an IPMI v2.0 / RMCP+ command-line tool over librmcpp.
+#include <openssl/crypto.h>
+
 #include "tool.h"
 
 int main(int argc, char **argv)
 {
+    // The tool needs nothing from the OpenSSL configuration file. Should
+    // anything reach libcrypto's providers, the file is not read: reading it
+    // costs more instructions than a whole session. (The library leaves this
+    // choice to its host program.)
+    OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr);
     cli::Tool tool;
     return tool.run(argc, argv);
 }
