@@ -282,15 +282,18 @@ std::string ranges_text(const std::vector<uint64_t> &numbers, size_t width)
 }
 
 
-// The hosts in range form with the `from_end`-th number in brackets.
-std::string compress_on(const std::vector<std::string> &hosts, size_t from_end)
+// The hosts in range form with the `from_end`-th number in brackets;
+// nothing when no host has that many numbers.
+std::optional<std::string> compress_on(const std::vector<std::string> &hosts, size_t from_end)
 {
     // Widths written with leading zeros, per prefix and suffix.
     std::map<std::pair<std::string, std::string>, std::set<size_t>> padded_widths;
     std::vector<std::optional<Numbered>> split;
     split.reserve(hosts.size());
+    bool any = false;
     for (const std::string &h : hosts) {
         split.push_back(numbered(h, from_end));
+        if (split.back()) any = true;
         if (split.back() && zero_padded(split.back()->digits))
             padded_widths[{split.back()->prefix, split.back()->suffix}].insert(split.back()->digits.size());
     }
@@ -324,6 +327,7 @@ std::string compress_on(const std::vector<std::string> &hosts, size_t from_end)
         for (char c : n->digits) v = v * 10 + static_cast<uint64_t>(c - '0');
         groups[it->second].numbers.insert(v);
     }
+    if (!any && from_end > 0) return std::nullopt;
     std::string out;
     for (const Group &g : groups) {
         if (!out.empty()) out += ',';
@@ -342,10 +346,10 @@ std::string compress_hosts(const std::vector<std::string> &hosts)
     // The number that varies may be any of the host's; the shortest form wins
     // ("bmc[01-64].dc1" rather than 64 hosts "bmc01.dc1"...).
     constexpr size_t kNumbersTried = 4;
-    std::string best = compress_on(hosts, 0);
+    std::string best = *compress_on(hosts, 0);
     for (size_t k = 1; k < kNumbersTried; ++k) {
-        const std::string form = compress_on(hosts, k);
-        if (form.size() < best.size()) best = form;
+        const auto form = compress_on(hosts, k);
+        if (form && form->size() < best.size()) best = *form;
     }
     return best;
 }
