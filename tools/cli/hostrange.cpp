@@ -232,12 +232,19 @@ std::vector<std::string> hosts_of_file_text(const std::string &text, size_t limi
 bool single_host(const std::string &list)
 {
     if (list.find(',') != std::string::npos) return false;
-    const size_t open = list.find('[');
-    if (open == std::string::npos) return list.find(']') == std::string::npos;
-    // Only a whole IPv6 literal in brackets.
-    const size_t close = list.find(']');
-    return open == 0 && close == list.size() - 1 && list.find(':') != std::string::npos &&
-           list.find('[', 1) == std::string::npos;
+    // Brackets holding a colon are an IPv6 literal, whole or mistyped ("[::1",
+    // "::1]"): the host is checked, and refused, as one address.
+    const bool ipv6 = list.find(':') != std::string::npos;
+    for (size_t i = 0; i < list.size(); ++i) {
+        if (list[i] == ']' && !ipv6) return false;
+        if (list[i] != '[') continue;
+        const size_t close = list.find(']', i + 1);
+        const std::string inside = list.substr(i + 1, close == std::string::npos ? std::string::npos : close - i - 1);
+        if (inside.find(':') == std::string::npos) return false;
+        if (close == std::string::npos) break;
+        i = close;
+    }
+    return true;
 }
 
 namespace {

@@ -31,8 +31,8 @@ std::vector<std::string> expand_hosts(const std::string &list, size_t limit = kM
 // blank lines and lines starting with '#' are skipped. Errors name the line.
 std::vector<std::string> hosts_of_file_text(const std::string &text, size_t limit = kMaxHosts);
 
-// True when `list` names exactly one host without a range or a comma: the
-// tool then runs as for one BMC.
+// True when `list` is one host without a comma or a range (an IPv6 literal
+// in brackets is one host): the tool then runs as for one BMC.
 bool single_host(const std::string &list);
 
 // The hosts in range form, the inverse of expand_hosts: hosts that differ

@@ -142,7 +142,9 @@ TEST(Hostrange, OneHostWithoutRangeOrCommaIsASingleHost)
 {
     for (const char *one : {"bmc1", "10.0.0.1", "::1", "[::1]", "[fe80::1%eth0]", "bmc.example.com"})
         EXPECT_TRUE(cli::single_host(one)) << one;
-    for (const char *many : {"a,b", "bmc[1-2]", "bmc[1]", "[::1],[::2]", "[1-2]", "a]", "[::1]x"})
+    // Mistyped IPv6 literals too: they are refused as one bad address.
+    for (const char *one : {"[::1", "::1]", "[::1]x"}) EXPECT_TRUE(cli::single_host(one)) << one;
+    for (const char *many : {"a,b", "bmc[1-2]", "bmc[1]", "[::1],[::2]", "[1-2]", "a]", "bmc[1-3", "fd00::[1-2]"})
         EXPECT_FALSE(cli::single_host(many)) << many;
 }
 
