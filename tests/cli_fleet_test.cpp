@@ -89,7 +89,7 @@ void expect_summary(const std::string &err, int hosts, int ok, int failed)
 {
     const auto lines = lines_of(err);
     ASSERT_FALSE(lines.empty());
-    const std::regex summary("rmcpp: " + std::to_string(hosts) + " hosts, " + std::to_string(ok) + " ok, " +
+    const std::regex summary("rmcpp: " + std::to_string(hosts) + (hosts == 1 ? " host, " : " hosts, ") + std::to_string(ok) + " ok, " +
                              std::to_string(failed) + R"( failed \([0-9]+\.[0-9]{2} s\))");
     EXPECT_TRUE(std::regex_match(lines.back(), summary)) << lines.back();
 }

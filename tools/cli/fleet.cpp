@@ -275,8 +275,8 @@ std::string consolidated(const std::vector<HostRun> &runs)
 std::string summary_line(size_t hosts, size_t failed, double seconds)
 {
     char text[128];
-    std::snprintf(text, sizeof text, "rmcpp: %zu hosts, %zu ok, %zu failed (%.2f s)", hosts, hosts - failed, failed,
-                  seconds);
+    std::snprintf(text, sizeof text, "rmcpp: %zu %s, %zu ok, %zu failed (%.2f s)", hosts, hosts == 1 ? "host" : "hosts",
+                  hosts - failed, failed, seconds);
     return text;
 }
 

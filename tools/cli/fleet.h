@@ -56,7 +56,7 @@ std::string json_line(const HostRun &run);
 // the order of their first host in `runs`.
 std::string consolidated(const std::vector<HostRun> &runs);
 
-// "rmcpp: 20 hosts, 19 ok, 1 failed (0.42 s)"
+// "rmcpp: 20 hosts, 19 ok, 1 failed (0.42 s)" ("1 host" for one).
 std::string summary_line(size_t hosts, size_t failed, double seconds);
 
 }  // namespace cli

@@ -224,6 +224,7 @@ TEST(Fleet, TheSummaryLine)
 {
     EXPECT_EQ(cli::summary_line(1000, 2, 1.234), "rmcpp: 1000 hosts, 998 ok, 2 failed (1.23 s)");
     EXPECT_EQ(cli::summary_line(3, 0, 0), "rmcpp: 3 hosts, 3 ok, 0 failed (0.00 s)");
+    EXPECT_EQ(cli::summary_line(1, 1, 0.5), "rmcpp: 1 host, 0 ok, 1 failed (0.50 s)");
 }
 
 // Without a terminal on standard error there is no bar: nothing but the
