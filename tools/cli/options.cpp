@@ -4,10 +4,14 @@
 
 #include <cctype>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <map>
+#include <unordered_set>
 
+#include "hostrange.h"
 #include "password.h"
 
 namespace cli {
@@ -109,7 +113,10 @@ void add_options(CLI::App &app, OptionText &t, Options &o)
     const auto into = [](std::optional<std::string> &slot) {
         return [&slot](const std::string &value) { slot = value; };
     };
-    app.add_option_function<std::string>("-H", into(t.host), "BMC: IPv4, IPv6 (::1 or [::1]) or host name");
+    app.add_option_function<std::string>("-H", into(t.host), "BMC: IPv4, IPv6 (::1 or [::1]) or host name; or a list");
+    app.add_option_function<std::string>("--hostfile", into(t.hostfile), "hosts, one host or hostrange a line");
+    app.add_option_function<std::string>("--fanout", into(t.fanout), "hosts at once (64)");
+    app.add_flag("--consolidate", o.consolidate, "group hosts with the same output");
     app.add_option_function<std::string>("-p", into(t.port), "UDP port of the BMC (623)");
     app.add_option_function<std::string>("-U", into(t.user), "user name");
     app.add_option_function<std::string>("-P", into(t.password), "password");
@@ -150,11 +157,77 @@ std::string resolve_password(const OptionText &t, Options &o)
 
 }  // namespace
 
+namespace {
+
+// The whole of a host file; false with the reason in `problem`.
+bool read_host_file(const std::string &path, std::string &text, std::string &problem)
+{
+    std::FILE *f = std::fopen(path.c_str(), "r");
+    if (f == nullptr) {
+        problem = "cannot read host file " + path + ": " + std::strerror(errno);
+        return false;
+    }
+    char buffer[65536];
+    size_t n = 0;
+    while ((n = std::fread(buffer, 1, sizeof buffer, f)) > 0) text.append(buffer, n);
+    const bool failed = std::ferror(f) != 0;
+    const int error = errno;
+    std::fclose(f);
+    if (failed) problem = "cannot read host file " + path + ": " + std::strerror(error);
+    return !failed;
+}
+
+// The hosts of -H and --hostfile, each named once; the usage error or "".
+std::string fleet_hosts(const OptionText &t, Options &o)
+{
+    std::vector<std::string> hosts;
+    try {
+        if (t.host) hosts = expand_hosts(*t.host);
+    } catch (const HostrangeError &e) {
+        return e.what();
+    }
+    if (t.hostfile) {
+        std::string text, problem;
+        if (!read_host_file(*t.hostfile, text, problem)) return problem;
+        try {
+            std::unordered_set<std::string> seen(hosts.begin(), hosts.end());
+            for (std::string &h : hosts_of_file_text(text))
+                if (seen.insert(h).second) hosts.push_back(std::move(h));
+        } catch (const HostrangeError &e) {
+            return "host file " + *t.hostfile + ", " + e.what();
+        }
+        if (hosts.empty()) return "host file " + *t.hostfile + " names no host";
+    }
+    if (hosts.size() > kMaxHosts)
+        return "the hosts expand to more than " + std::to_string(kMaxHosts) + ", the most one run takes";
+    for (const std::string &h : hosts)
+        if (!valid_host(h)) return "not an IPv4 or IPv6 address or host name: " + h;
+    // Sessions on many threads at once must not share ports or random state.
+    if (o.port_range) return "--port-range takes one host: sessions with many hosts use ports the kernel chooses";
+    if (o.library_random)
+        return "--library-random takes one host: sessions with many hosts use the kernel's random numbers";
+    o.fleet = true;
+    o.hosts = std::move(hosts);
+    return "";
+}
+
+}  // namespace
+
 std::string check(const OptionText &t, Options &o)
 {
-    if (!t.host) return "no BMC given (-H HOST)";
-    if (!valid_host(*t.host)) return "not an IPv4 or IPv6 address or host name: " + *t.host;
-    o.host = *t.host;
+    if (!t.host && !t.hostfile) return "no BMC given (-H HOST)";
+    if (t.host && !t.hostfile && single_host(*t.host)) {
+        if (!valid_host(*t.host)) return "not an IPv4 or IPv6 address or host name: " + *t.host;
+        o.host = *t.host;
+    } else if (const std::string problem = fleet_hosts(t, o); !problem.empty()) {
+        return problem;
+    }
+    if (t.fanout) {
+        const auto n = parse_int(*t.fanout, 1, kMaxFanout);
+        if (!n) return "fanout must be 1.." + std::to_string(kMaxFanout) + ": " + *t.fanout;
+        o.fanout = *n;
+    }
+    if (o.consolidate && o.json) return "--consolidate groups text output; it does not go with --json";
     if (t.port) {
         const auto port = parse_int(*t.port, 1, 65535);
         if (!port) return "port must be 1..65535: " + *t.port;

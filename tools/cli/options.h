@@ -10,6 +10,10 @@
 
 namespace cli {
 
+// Hosts at once: --fanout's default and bounds.
+constexpr int kDefaultFanout = 64;
+constexpr int kMaxFanout = 1024;
+
 struct Options {
     std::string host;                // as given: IPv4, IPv6 ("::1", "[::1]") or a name
     uint16_t port = 0;               // 0: 623
@@ -30,12 +34,18 @@ struct Options {
     bool port_range = false;         // local port from 7001..7099 instead of the kernel's choice
     bool verbose = false;
     bool json = false;
+    // Several hosts (a list, a hostrange or --hostfile): the command runs on
+    // each of `hosts`, at most `fanout` at once; `host` is set per host.
+    bool fleet = false;
+    std::vector<std::string> hosts;
+    int fanout = kDefaultFanout;
+    bool consolidate = false;        // group hosts with the same output
 };
 
 // The options as typed; check() turns them into Options.
 struct OptionText {
     std::optional<std::string> host, port, user, password, password_file, kg, suite, privilege, attempts, timeout,
-        target, lun;
+        target, lun, hostfile, fanout;
     bool password_from_env = false;
     bool password_prompt = false;
 };

@@ -203,15 +203,25 @@ std::string cipher_algorithm(int kind, unsigned value)
     return text;
 }
 
-void cmd_channel_ciphers(const Options &o, ToolRunner &runner, const std::vector<std::string> &args)
+// The CHANNEL of `channel ciphers`, 0x0E (the one asked over) when not
+// given; nothing after a usage error.
+std::optional<uint8_t> ciphers_channel(Runner &runner, const std::vector<std::string> &args)
 {
-    if (args.size() > 1) return runner.usage_error("channel ciphers takes at most one CHANNEL");
-    uint8_t channel = 0x0E;
-    if (args.size() == 1) {
-        const auto c = parse_byte(args[0]);
-        if (!c || *c > 0x0F) return runner.usage_error("channel must be 0..15: " + args[0]);
-        channel = *c;
+    if (args.size() > 1) {
+        runner.usage_error("channel ciphers takes at most one CHANNEL");
+        return std::nullopt;
     }
+    if (args.empty()) return 0x0E;
+    const auto c = parse_byte(args[0]);
+    if (!c || *c > 0x0F) {
+        runner.usage_error("channel must be 0..15: " + args[0]);
+        return std::nullopt;
+    }
+    return c;
+}
+
+void cmd_channel_ciphers(const Options &o, ToolRunner &runner, uint8_t channel)
+{
     IPMI_SessionParam p;
     fill_param(o, o.cipher_suite.value_or(3), p);
     const RMCPP_SessionOptions so = session_options(o);
@@ -265,7 +275,7 @@ void cmd_raw(Runner &runner, const std::vector<std::string> &args)
         bytes.push_back(*b);
     }
     if (bytes[0] > 0x3F) return runner.usage_error("netFn must be below 0x40");
-    runner.in_session("raw request", [&](Transport &t) {
+    runner.in_session("raw request", [bytes](Transport &t) {
         const auto data = call(t, "raw request", bytes[0], bytes[1], Bytes(bytes.begin() + 2, bytes.end()));
         const std::string hex = hex_bytes(data);
         return Printed{hex + "\n", {{"completion_code", 0}, {"data", hex}}};
@@ -298,7 +308,8 @@ void cmd_power_control(Runner &runner, const std::string &action, uint8_t contro
 
 // ------------------------------------------------------------ the tool
 
-Tool::Tool(std::FILE *out, std::FILE *err) : out_(out), runner_(o_, out, err), app_(std::make_unique<CLI::App>())
+Tool::Tool(std::FILE *out, std::FILE *err)
+    : out_(out), err_(err), runner_(o_, out, err), recorder_(runner_, command_), app_(std::make_unique<CLI::App>())
 {
     CLI::App &app = *app_;
     app.name("rmcpp");
@@ -313,16 +324,16 @@ Tool::Tool(std::FILE *out, std::FILE *err) : out_(out), runner_(o_, out, err), a
     add_options(app, text_, o_);
     app.add_flag("--version", version_, "show the tool's and the library's version");
     add_commands();
-    register_command_groups(app, *chassis_, *channel_, runner_);
+    register_command_groups(app, *chassis_, *channel_, recorder_);
     app.parse_complete_callback([this] { after_parse(); });
 }
 
 void Tool::add_commands()
 {
     CLI::App &app = *app_;
-    app.add_subcommand("ping", "ASF presence ping (no session)")->callback([this] { cmd_ping(o_, runner_); });
+    app.add_subcommand("ping", "ASF presence ping (no session)")->callback([this] { command_ = cmd_ping; });
     app.add_subcommand("session", "establish a session, show it, close it")->callback([this] {
-        cmd_session(o_, runner_);
+        command_ = cmd_session;
     });
     CLI::App *raw = app.add_subcommand("raw", "send one IPMI request, print the response data");
     raw->add_option("NETFN", netfn_, "network function, 0x00..0x3F")->type_name("");
@@ -332,23 +343,23 @@ void Tool::add_commands()
         if (netfn_.empty() || cmd_.empty()) return runner_.usage_error("raw needs NETFN and CMD");
         std::vector<std::string> args = {netfn_, cmd_};
         args.insert(args.end(), raw_data_.begin(), raw_data_.end());
-        cmd_raw(runner_, args);
+        cmd_raw(recorder_, args);
     });
 
     CLI::App *mc = app.add_subcommand("mc", "the management controller");
     mc->add_subcommand("info", "Get Device ID, decoded")->callback([this] {
-        decoded(runner_, "mc info", 0x06, 0x01, decode_device_id);
+        decoded(recorder_, "mc info", 0x06, 0x01, decode_device_id);
     });
     mc->add_subcommand("selftest", "Get Self Test Results, decoded")->callback([this] {
-        decoded(runner_, "mc selftest", 0x06, 0x04, decode_self_test);
+        decoded(recorder_, "mc selftest", 0x06, 0x04, decode_self_test);
     });
 
     chassis_ = app.add_subcommand("chassis", "the chassis: status and power");
     chassis_->add_subcommand("status", "Get Chassis Status, decoded")->callback([this] {
-        decoded(runner_, "chassis status", 0x00, 0x01, decode_chassis_status);
+        decoded(recorder_, "chassis status", 0x00, 0x01, decode_chassis_status);
     });
     CLI::App *power = chassis_->add_subcommand("power", "show or change the chassis power");
-    power->add_subcommand("status", "Chassis Power is on|off")->callback([this] { cmd_power_status(runner_); });
+    power->add_subcommand("status", "Chassis Power is on|off")->callback([this] { cmd_power_status(recorder_); });
     static const struct {
         const char *action, *help, *words;
         uint8_t control;
@@ -361,13 +372,16 @@ void Tool::add_commands()
     };
     for (const auto &c : controls)
         power->add_subcommand(c.action, c.help)->callback([this, &c] {
-            cmd_power_control(runner_, c.action, c.control, c.words);
+            cmd_power_control(recorder_, c.action, c.control, c.words);
         });
 
     channel_ = app.add_subcommand("channel", "the LAN channel");
     CLI::App *ciphers = channel_->add_subcommand("ciphers", "cipher suites the channel offers");
     ciphers->add_option("CHANNEL", channel_args_, "channel number 0..15 (default: the one asked over)")->type_name("");
-    ciphers->callback([this] { cmd_channel_ciphers(o_, runner_, channel_args_); });
+    ciphers->callback([this] {
+        const auto channel = ciphers_channel(runner_, channel_args_);
+        if (channel) command_ = [c = *channel](const Options &o, ToolRunner &r) { cmd_channel_ciphers(o, r, c); };
+    });
 }
 
 void Tool::after_parse()
@@ -427,7 +441,27 @@ int Tool::run(std::vector<std::string> args)
     } catch (const CLI::ParseError &e) {
         runner_.usage_error(e.what());
     }
-    return runner_.exit_status();
+    if (runner_.exit_status() != 0 || !command_) return runner_.exit_status();
+    return run_command();
+}
+
+// The command the line asked for: on the one host as ever, or on each of
+// many, every host on a thread of its own with buffers of its own.
+int Tool::run_command()
+{
+    if (!o_.fleet) {
+        command_(o_, runner_);
+        return runner_.exit_status();
+    }
+    FleetSettings settings;
+    settings.fanout = o_.fanout;
+    settings.json = o_.json;
+    settings.consolidate = o_.consolidate;
+    settings.progress = isatty(fileno(err_)) == 1;
+    const Command command = command_;
+    const Options &base = o_;
+    return run_fleet(
+        o_.hosts, [&](const std::string &host) { return run_on_host(command, base, host); }, settings, out_, err_);
 }
 
 std::string Tool::help(const std::vector<std::string> &command)
@@ -486,7 +520,9 @@ std::string Tool::overview() const
 {
     std::string text = R"(usage: rmcpp [options] COMMAND [ARGUMENTS]      (rmcpp COMMAND --help: more)
 Talks to a BMC over IPMI v2.0 / RMCP+ (UDP). Options (man rmcpp: all of them):
-  -H HOST      the BMC: IPv4 or IPv6 address (::1 or [::1]) or host name
+  -H HOST      the BMC: IPv4 or IPv6 address (::1 or [::1]) or host name;
+               or many at once: a,b,bmc[01-64].dc1,10.0.[0-3].[1-250]
+  --hostfile FILE  hosts, one a line    --fanout N  hosts at once (64)
   -p PORT      its UDP port (623)      -U USER  user name (at most 16 bytes)
   -P PASSWORD  at most 20 bytes; or -a: ask, -E: from IPMI_PASSWORD,
                -f FILE: the file's first line     -k KG  BMC key (two-key)
@@ -496,7 +532,7 @@ Talks to a BMC over IPMI v2.0 / RMCP+ (UDP). Options (man rmcpp: all of them):
   -R COUNT     attempts (3)   -N SECONDS  wait per attempt (2)   --name-only
   -t ADDRESS   target (0x20)  --lun LUN  target LUN (0)   -v  the library's log
   --standard-keys  --no-ping  --library-random  --lenient  --port-range
-  --json  results and errors as JSON   --version   -h, --help
+  --json  results and errors as JSON  --consolidate  --version  -h, --help
 Commands:
 )";
     std::vector<std::string> tokens;

@@ -7,6 +7,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "fleet.h"
 #include "options.h"
 #include "tool_runner.h"
 
@@ -15,6 +16,24 @@ namespace cli {
 // Adds the command groups of runner.h: sdr, sensor, sel, fru, user and lan
 // to app, bootdev and bootparam to chassis, info to channel.
 void register_command_groups(CLI::App &app, CLI::App &chassis, CLI::App &channel, Runner &runner);
+
+// The Runner the commands' callbacks see while the command line is parsed:
+// a usage error is reported at once, the session's work is kept as the
+// Command to run, for one host or for each of many.
+class CommandRecorder : public Runner {
+public:
+    CommandRecorder(ToolRunner &now, Command &command) : now_(now), command_(command) {}
+    void in_session(const std::string &what, const SessionBody &body) override
+    {
+        command_ = [what, body](const Options &, ToolRunner &runner) { runner.in_session(what, body); };
+    }
+    void usage_error(const std::string &text) override { now_.usage_error(text); }
+    int exit_status() const override { return now_.exit_status(); }
+
+private:
+    ToolRunner &now_;
+    Command &command_;
+};
 
 class Tool {
 public:
@@ -41,10 +60,15 @@ private:
     void after_parse();
     std::string synopsis(const CLI::App &command, const std::string &path) const;
 
+    int run_command();
+
     std::FILE *out_;
+    std::FILE *err_;
     Options o_;
     OptionText text_;
     ToolRunner runner_;
+    Command command_;  // what the command line asks, once parsed
+    CommandRecorder recorder_;
     std::unique_ptr<CLI::App> app_;
     CLI::App *chassis_ = nullptr;
     CLI::App *channel_ = nullptr;

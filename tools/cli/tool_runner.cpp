@@ -156,6 +156,10 @@ nlohmann::json Failure::json() const
 
 void ToolRunner::print(const Printed &p)
 {
+    if (o_.json && collected_ != nullptr) {
+        collected_->result = p.json;
+        return;
+    }
     if (o_.json)
         std::fprintf(out_, "%s\n", p.json.dump(2).c_str());
     else
@@ -166,7 +170,8 @@ void ToolRunner::print(const Printed &p)
 void ToolRunner::fail(const Failure &f)
 {
     std::fprintf(err_, "rmcpp: %s\n", f.text().c_str());
-    if (o_.json) std::fprintf(out_, "%s\n", f.json().dump(2).c_str());
+    if (o_.json && collected_ != nullptr) collected_->error = f.json();
+    else if (o_.json) std::fprintf(out_, "%s\n", f.json().dump(2).c_str());
     std::fflush(out_);
     status_ = 1;
 }

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <optional>
 #include <string>
 
 #include "decode.h"
@@ -42,6 +43,13 @@ extern const char *const kRakp4KeyInvalid;
 // The RMCPP_ERR_* name of a library result code.
 const char *result_name(int code);
 
+// Under --json in a run over many hosts, a host's result or error is kept
+// here for its line instead of printed as a document of its own.
+struct Collected {
+    std::optional<nlohmann::json> result;
+    std::optional<nlohmann::json> error;
+};
+
 class ToolRunner : public Runner {
 public:
     explicit ToolRunner(const Options &o, std::FILE *out = stdout, std::FILE *err = stderr)
@@ -59,11 +67,14 @@ public:
     void fail(const Failure &f);
     void warn(const std::string &what, int code);
 
+    void collect_into(Collected *collected) { collected_ = collected; }
+
 private:
     const Options &o_;
     std::FILE *out_;
     std::FILE *err_;
     int status_ = 0;
+    Collected *collected_ = nullptr;
 };
 
 }  // namespace cli

@@ -5,8 +5,10 @@
 #include "trace_log.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 #include <vector>
 
 #include "rmcpp.h"
@@ -22,33 +24,43 @@ constexpr size_t kStatusTextRoom = 256;
 // The status text lookup writes two lines per code.
 constexpr size_t kLookupLines = 2;
 
-struct Watched {
-    std::string line;
-    bool seen = false;
-};
-
 struct StatusLine {
     std::string text;
     bool too_long = false;
 };
 
+// Shared by every thread: set up before sessions start.
+struct Shared {
+    std::atomic<bool> verbose{false};
+    std::mutex lock;
+    std::vector<std::string> watched;
+};
+
+Shared g_shared;
+
+// One thread's reading of the log.
 struct Log {
-    bool verbose = false;
-    std::vector<Watched> watched;
+    std::vector<size_t> seen;  // indexes into the watched lines
     bool after_marker = false;
     std::optional<StatusLine> status;  // the line after the last marker
     // While the lookup runs: the lines it makes, kept apart.
     bool looking_up = false;
     std::vector<std::string> lookup;
     size_t lookup_count = 0;
+    std::FILE *shown_on = nullptr;  // -v lines; nullptr: stderr
 };
 
-Log g_log;
+thread_local Log g_log;
+
+bool is_seen(size_t index) { return std::find(g_log.seen.begin(), g_log.seen.end(), index) != g_log.seen.end(); }
 
 void keep(const char *text)
 {
-    for (Watched &w : g_log.watched)
-        if (!w.seen && w.line == text) w.seen = true;
+    {
+        std::lock_guard<std::mutex> hold(g_shared.lock);
+        for (size_t i = 0; i < g_shared.watched.size(); ++i)
+            if (g_shared.watched[i] == text && !is_seen(i)) g_log.seen.push_back(i);
+    }
     if (g_log.after_marker) {
         const size_t n = ::strnlen(text, kStatusTextRoom + 1);
         g_log.status = StatusLine{};
@@ -67,18 +79,27 @@ void keep_lookup(const char *text)
 
 }  // namespace
 
-void set_verbose(bool on) { g_log.verbose = on; }
+void set_verbose(bool on) { g_shared.verbose = on; }
 
 void watch(const std::string &line)
 {
-    if (std::none_of(g_log.watched.begin(), g_log.watched.end(), [&](const Watched &w) { return w.line == line; }))
-        g_log.watched.push_back({line, false});
+    std::lock_guard<std::mutex> hold(g_shared.lock);
+    if (std::find(g_shared.watched.begin(), g_shared.watched.end(), line) == g_shared.watched.end())
+        g_shared.watched.push_back(line);
 }
 
 bool seen(const std::string &line)
 {
-    return std::any_of(g_log.watched.begin(), g_log.watched.end(),
-                       [&](const Watched &w) { return w.seen && w.line == line; });
+    std::lock_guard<std::mutex> hold(g_shared.lock);
+    for (size_t i = 0; i < g_shared.watched.size(); ++i)
+        if (g_shared.watched[i] == line) return is_seen(i);
+    return false;
+}
+
+void start_run(std::FILE *log)
+{
+    g_log = Log{};
+    g_log.shown_on = log;
 }
 
 std::optional<std::pair<int, std::string>> last_status_code()
@@ -102,8 +123,10 @@ std::optional<std::pair<int, std::string>> last_status_code()
 
 size_t held_bytes()
 {
-    size_t n = g_log.watched.capacity() * sizeof(Watched) + g_log.lookup.capacity() * sizeof(std::string);
-    for (const Watched &w : g_log.watched) n += w.line.capacity();
+    std::lock_guard<std::mutex> hold(g_shared.lock);
+    size_t n = g_shared.watched.capacity() * sizeof(std::string) + g_log.seen.capacity() * sizeof(size_t) +
+               g_log.lookup.capacity() * sizeof(std::string);
+    for (const std::string &w : g_shared.watched) n += w.capacity();
     for (const std::string &l : g_log.lookup) n += l.capacity();
     if (g_log.status) n += g_log.status->text.capacity();
     return n;
@@ -111,9 +134,11 @@ size_t held_bytes()
 
 void reset()
 {
-    const bool verbose = g_log.verbose;
+    {
+        std::lock_guard<std::mutex> hold(g_shared.lock);
+        g_shared.watched.clear();
+    }
     g_log = Log{};
-    g_log.verbose = verbose;
 }
 
 }  // namespace cli::trace
@@ -129,8 +154,9 @@ extern "C" void putKivTrace(int channel, const KivTraceRecord *record, const cha
         return;
     }
     cli::trace::keep(text);
-    if (g_log.verbose) {
-        std::fputs(text, stderr);
-        if (text[0] == '\0' || text[std::strlen(text) - 1] != '\n') std::fputc('\n', stderr);
+    if (cli::trace::g_shared.verbose) {
+        std::FILE *to = g_log.shown_on != nullptr ? g_log.shown_on : stderr;
+        std::fputs(text, to);
+        if (text[0] == '\0' || text[std::strlen(text) - 1] != '\n') std::fputc('\n', to);
     }
 }

@@ -1,0 +1,27 @@
+# The rmcpp tool on many BMCs at once. cli_fleet_test runs the tool against
+# one simulator serving twenty addresses; the tool's trace sink is checked
+# on several threads in a program of its own (its putKivTrace replaces the
+# library's). Both run threads at once: label `threads` too.
+if(TARGET cli_fleet_test)
+  target_compile_definitions(cli_fleet_test PRIVATE RMCPP_CLI="$<TARGET_FILE:rmcpp-cli>")
+  add_dependencies(cli_fleet_test rmcpp-cli)
+  set_tests_properties(cli_fleet_test PROPERTIES LABELS "unit;threads" TIMEOUT 300)
+endif()
+find_package(Threads REQUIRED)
+add_executable(cli_trace_threads_test cli/trace_threads_test.cpp ${PROJECT_SOURCE_DIR}/tools/cli/trace_log.cpp)
+target_include_directories(cli_trace_threads_test PRIVATE ${PROJECT_SOURCE_DIR}/tools/cli)
+target_link_libraries(cli_trace_threads_test PRIVATE rmcpp GTest::gtest_main Threads::Threads)
+add_test(NAME cli_trace_threads_test COMMAND cli_trace_threads_test)
+set_tests_properties(cli_trace_threads_test PROPERTIES TIMEOUT 300 LABELS "unit;threads")
+foreach(t fleet_test cli_trace_threads_test)
+  if(TEST ${t})
+    set_tests_properties(${t} PROPERTIES LABELS "unit;threads")
+  endif()
+endforeach()
+if(TARGET rmcpp-threads-tests)
+  foreach(t cli_fleet_test fleet_test cli_trace_threads_test)
+    if(TARGET ${t})
+      add_dependencies(rmcpp-threads-tests ${t})
+    endif()
+  endforeach()
+endif()
