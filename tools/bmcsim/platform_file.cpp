@@ -74,12 +74,14 @@ double number(const YAML::Node &n, const std::string &what)
     fail(n, what + " must be a number, not '" + text + "'");
 }
 
-long integer(const YAML::Node &n, const std::string &what, long lo, long hi)
+// long long, so that 32-bit unsigned fields fit where long has 32 bits.
+long long integer(const YAML::Node &n, const std::string &what, long long lo, long long hi)
 {
     const double v = number(n, what);
-    if (v != static_cast<double>(static_cast<long>(v)) || v < lo || v > hi)
+    if (v < static_cast<double>(lo) || v > static_cast<double>(hi) ||
+        v != static_cast<double>(static_cast<long long>(v)))
         fail(n, what + " must be a whole number from " + std::to_string(lo) + " to " + std::to_string(hi));
-    return static_cast<long>(v);
+    return static_cast<long long>(v);
 }
 
 bool boolean(const YAML::Node &n, const std::string &what)
