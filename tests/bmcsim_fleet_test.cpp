@@ -102,11 +102,11 @@ TEST(BmcsimAddressList, RefusesBadListsNamingTheFault)
               "'127.2.0.1-banana' is not a range of IPv4 addresses (FIRST-LAST, e.g. 127.1.0.1-127.1.39.16)");
     EXPECT_EQ(fault("127.2.0.1-127.2.0.300"),
               "'127.2.0.1-127.2.0.300' is not a range of IPv4 addresses (FIRST-LAST, e.g. 127.1.0.1-127.1.39.16)");
-    EXPECT_EQ(fault("127.2.0.[1-3"), "unclosed '[' in '127.2.0.[1-3'");
+    EXPECT_EQ(fault("127.2.0.[1-3"), "bad hostrange 127.2.0.[1-3: '[' is not closed");
     EXPECT_EQ(fault("127.2.0.1-3]"), "']' without '[' in '127.2.0.1-3]'");
-    EXPECT_EQ(fault("127.2.0.[3-1]"), "range [3-1] ends before it starts in '127.2.0.[3-1]'");
-    EXPECT_EQ(fault("127.2.0.[a-b]"), "bad number 'a' in the hostrange '127.2.0.[a-b]'");
-    EXPECT_EQ(fault("127.2.0.[]"), "bad number '' in the hostrange '127.2.0.[]'");
+    EXPECT_EQ(fault("127.2.0.[3-1]"), "bad hostrange 127.2.0.[3-1]: 3-1 counts down; write 1-3");
+    EXPECT_EQ(fault("127.2.0.[a-b]"), "bad hostrange 127.2.0.[a-b]: 'a' is not a number");
+    EXPECT_EQ(fault("127.2.0.[]"), "bad hostrange 127.2.0.[]: empty brackets");
     EXPECT_EQ(fault("127.0.19.1,,127.0.19.2"), "empty address in '127.0.19.1,,127.0.19.2'");
     EXPECT_EQ(fault(""), "empty address in ''");
     EXPECT_EQ(fault("127.0.0.0-127.1.0.0"), "range '127.0.0.0-127.1.0.0' holds more than 65536 addresses");

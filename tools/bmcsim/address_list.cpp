@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "bmcsim.h"
+#include "hostrange.h"
 
 namespace bmcsim {
 
@@ -69,53 +70,6 @@ void ipv4_range(const std::string &item, size_t dash, std::vector<std::string> &
     for (uint64_t ip = first; ip <= last; ++ip) add(out, ipv4_text(static_cast<uint32_t>(ip)));
 }
 
-unsigned bound_of(const std::string &digits, const std::string &item)
-{
-    if (digits.empty() || digits.size() > 5 || digits.find_first_not_of("0123456789") != std::string::npos)
-        refuse("bad number '" + digits + "' in the hostrange '" + item + "'");
-    return static_cast<unsigned>(std::stoul(digits));
-}
-
-// The numbers a bracket names ("1-3,7,010-012"), written with the zero
-// padding of the bound as given.
-std::vector<std::string> bracket_values(const std::string &inside, const std::string &item)
-{
-    std::vector<std::string> values;
-    for (const std::string &part : items_of(inside)) {
-        const size_t dash = part.find('-');
-        const std::string lo_text = part.substr(0, dash);
-        const std::string hi_text = dash == std::string::npos ? lo_text : part.substr(dash + 1);
-        const unsigned lo = bound_of(lo_text, item), hi = bound_of(hi_text, item);
-        if (hi < lo) refuse("range [" + part + "] ends before it starts in '" + item + "'");
-        if (hi - lo >= kMaxAddresses)
-            refuse("range [" + part + "] holds more than " + std::to_string(kMaxAddresses) + " values");
-        const size_t width = lo_text.size() > 1 && lo_text[0] == '0' ? lo_text.size() : 0;
-        for (unsigned v = lo; v <= hi; ++v) {
-            std::string t = std::to_string(v);
-            if (t.size() < width) t.insert(0, width - t.size(), '0');
-            values.push_back(t);
-            if (values.size() > kMaxAddresses)
-                refuse("more than " + std::to_string(kMaxAddresses) + " addresses in one simulator");
-        }
-    }
-    return values;
-}
-
-// Expands the brackets of `item` from `from` on, left to right.
-void expand_brackets(const std::string &item, const std::string &prefix, size_t from, std::vector<std::string> &out)
-{
-    const size_t open = item.find('[', from);
-    if (open == std::string::npos) {
-        add(out, prefix + item.substr(from));
-        return;
-    }
-    const size_t close = item.find(']', open);
-    if (close == std::string::npos) refuse("unclosed '[' in '" + item + "'");
-    const std::string head = prefix + item.substr(from, open - from);
-    for (const std::string &v : bracket_values(item.substr(open + 1, close - open - 1), item))
-        expand_brackets(item, head + v, close + 1, out);
-}
-
 }  // namespace
 
 std::vector<std::string> expand_addresses(const std::string &list)
@@ -131,9 +85,12 @@ std::vector<std::string> expand_addresses(const std::string &list)
         if (item.find(']') != std::string::npos && item.find('[') == std::string::npos)
             refuse("']' without '[' in '" + item + "'");
         if (item.find('[') != std::string::npos) {
-            std::vector<std::string> expanded;
-            expand_brackets(item, "", 0, expanded);
-            for (auto &a : expanded) add(out, std::move(a));
+            // The tool's hostranges, so both programs read a range alike.
+            try {
+                for (auto &a : rmcpp::commands::expand_hosts(item)) add(out, std::move(a));
+            } catch (const rmcpp::commands::HostrangeError &e) {
+                refuse(e.what());
+            }
             continue;
         }
         const size_t dash = item.find('-');

@@ -17,6 +17,8 @@
 
 namespace cli {
 
+using rmcpp::commands::compress_hosts;
+
 namespace {
 
 using Clock = std::chrono::steady_clock;

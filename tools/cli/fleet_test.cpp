@@ -83,7 +83,7 @@ TEST(Fleet, NoMoreHostsRunAtOnceThanTheFanout)
         --inside;
         return answer(host);
     };
-    const auto hosts = cli::expand_hosts("h[1-16]");
+    const auto hosts = rmcpp::commands::expand_hosts("h[1-16]");
     cli::FleetSettings settings;
     settings.fanout = kFanout;
     const Printed p = fleet(hosts, run, settings);
@@ -94,7 +94,7 @@ TEST(Fleet, NoMoreHostsRunAtOnceThanTheFanout)
 
 TEST(Fleet, EachHostsLinesArePrefixedAndComeInOnePiece)
 {
-    const auto hosts = cli::expand_hosts("bmc[01-40]");
+    const auto hosts = rmcpp::commands::expand_hosts("bmc[01-40]");
     const auto run = [](const std::string &host) {
         std::this_thread::sleep_for(std::chrono::microseconds(host.back() * 37 % 500));
         return answer(host);
@@ -154,7 +154,7 @@ TEST(Fleet, UnderJsonEachHostIsOneObjectOnOneLine)
     };
     cli::FleetSettings settings;
     settings.json = true;
-    const Printed p = fleet(cli::expand_hosts("n[1-3]"), run, settings);
+    const Printed p = fleet(rmcpp::commands::expand_hosts("n[1-3]"), run, settings);
     EXPECT_EQ(p.status, 1);
     std::map<std::string, nlohmann::json> by_host;
     for (const auto &line : lines_of(p.out)) {
@@ -191,7 +191,7 @@ TEST(Fleet, ConsolidateGroupsHostsWithTheSameOutputAtTheEnd)
     cli::FleetSettings settings;
     settings.consolidate = true;
     settings.fanout = 3;
-    const Printed p = fleet(cli::expand_hosts("bmc[01-07]"), run, settings);
+    const Printed p = fleet(rmcpp::commands::expand_hosts("bmc[01-07]"), run, settings);
     EXPECT_EQ(p.out, "----------------\n"
                      "bmc[01-04,07]\n"
                      "----------------\n"

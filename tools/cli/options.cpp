@@ -16,6 +16,12 @@
 
 namespace cli {
 
+using rmcpp::commands::expand_hosts;
+using rmcpp::commands::hosts_of_file_text;
+using rmcpp::commands::single_host;
+using rmcpp::commands::HostrangeError;
+using rmcpp::commands::kMaxHosts;
+
 std::optional<uint8_t> parse_byte(const std::string &text)
 {
     if (text.empty()) return std::nullopt;

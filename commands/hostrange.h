@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace cli {
+namespace rmcpp::commands {
 
 // The most hosts one list (or host file) may name.
 constexpr size_t kMaxHosts = 1000000;
@@ -42,4 +42,4 @@ bool single_host(const std::string &list);
 // order in which their first host appears, numbers within a group ascend.
 std::string compress_hosts(const std::vector<std::string> &hosts);
 
-}  // namespace cli
+}  // namespace rmcpp::commands

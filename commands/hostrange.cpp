@@ -8,7 +8,7 @@
 #include <set>
 #include <unordered_set>
 
-namespace cli {
+namespace rmcpp::commands {
 
 namespace {
 
@@ -361,4 +361,4 @@ std::string compress_hosts(const std::vector<std::string> &hosts)
     return best;
 }
 
-}  // namespace cli
+}  // namespace rmcpp::commands

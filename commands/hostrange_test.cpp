@@ -10,13 +10,13 @@
 
 namespace {
 
-using cli::compress_hosts;
-using cli::expand_hosts;
-using cli::HostrangeError;
+using rmcpp::commands::compress_hosts;
+using rmcpp::commands::expand_hosts;
+using rmcpp::commands::HostrangeError;
 using Hosts = std::vector<std::string>;
 
 // The message of the error `list` is refused with; empty when it expands.
-std::string refusal(const std::string &list, size_t limit = cli::kMaxHosts)
+std::string refusal(const std::string &list, size_t limit = rmcpp::commands::kMaxHosts)
 {
     try {
         expand_hosts(list, limit);
@@ -128,10 +128,10 @@ TEST(Hostrange, AHostFileTakesOneHostOrRangePerLine)
                              "\t# spare\n"
                              "a,b\r\n"
                              "bmc02";
-    EXPECT_EQ(cli::hosts_of_file_text(text), Hosts({"bmc01", "bmc02", "bmc03", "10.0.0.9", "a", "b"}));
-    EXPECT_EQ(cli::hosts_of_file_text("# nothing\n\n"), Hosts());
+    EXPECT_EQ(rmcpp::commands::hosts_of_file_text(text), Hosts({"bmc01", "bmc02", "bmc03", "10.0.0.9", "a", "b"}));
+    EXPECT_EQ(rmcpp::commands::hosts_of_file_text("# nothing\n\n"), Hosts());
     try {
-        cli::hosts_of_file_text("a\n\nbmc[3-1]\n");
+        rmcpp::commands::hosts_of_file_text("a\n\nbmc[3-1]\n");
         FAIL() << "a bad range in a host file is refused";
     } catch (const HostrangeError &e) {
         EXPECT_STREQ(e.what(), "line 3: bad hostrange bmc[3-1]: 3-1 counts down; write 1-3");
@@ -141,11 +141,11 @@ TEST(Hostrange, AHostFileTakesOneHostOrRangePerLine)
 TEST(Hostrange, OneHostWithoutRangeOrCommaIsASingleHost)
 {
     for (const char *one : {"bmc1", "10.0.0.1", "::1", "[::1]", "[fe80::1%eth0]", "bmc.example.com"})
-        EXPECT_TRUE(cli::single_host(one)) << one;
+        EXPECT_TRUE(rmcpp::commands::single_host(one)) << one;
     // Mistyped IPv6 literals too: they are refused as one bad address.
-    for (const char *one : {"[::1", "::1]", "[::1]x"}) EXPECT_TRUE(cli::single_host(one)) << one;
+    for (const char *one : {"[::1", "::1]", "[::1]x"}) EXPECT_TRUE(rmcpp::commands::single_host(one)) << one;
     for (const char *many : {"a,b", "bmc[1-2]", "bmc[1]", "[::1],[::2]", "[1-2]", "a]", "bmc[1-3", "fd00::[1-2]"})
-        EXPECT_FALSE(cli::single_host(many)) << many;
+        EXPECT_FALSE(rmcpp::commands::single_host(many)) << many;
 }
 
 TEST(Hostrange, HostsDifferingInOneNumberAreWrittenAsOneRange)
