@@ -20,8 +20,6 @@ using Lines = std::vector<std::string>;
 
 constexpr uint8_t kSim = 73;
 
-const Bytes kDeviceId{0x20, 0x01, 0x02, 0x15, 0x02, 0xBF, 0x5A, 0x5A, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00};
-
 bmcsim::Config base()
 {
     bmcsim::Config c;
@@ -102,7 +100,7 @@ TEST_P(SimSession, ThousandExchangesThenCloseSession)
         const Bytes request = get_device_id(static_cast<uint8_t>(i & 0x3F));
         const Result r = ask(request);
         ASSERT_EQ(r.code, 0) << i;
-        ASSERT_EQ(r.response, response_to(request, 0x00, kDeviceId)) << i;
+        ASSERT_EQ(r.response, response_to(request, 0x00, kSimulatorDeviceId)) << i;
     }
     EXPECT_EQ(param.session->send_seq_auth + param.session->send_seq_unauth, 1002u);
     testkit::clear_trace();
@@ -140,7 +138,7 @@ TEST_P(SimSession, BridgedAnswerArrivesThroughGetIpmbResponse)
     ASSERT_EQ(Get_IPMB_Response(&param, inner.data(), static_cast<uint32_t>(inner.size()), response, sizeof response,
                                 &length, &released, flags(), 2),
               0);
-    EXPECT_EQ(Bytes(response, response + length), response_to(inner, 0x00, kDeviceId));
+    EXPECT_EQ(Bytes(response, response + length), response_to(inner, 0x00, kSimulatorDeviceId));
     EXPECT_EQ(released, 0u);
 }
 
@@ -189,7 +187,7 @@ TEST_P(SimSession, DuplicatedAnswersAreTakenOnce)
         const Bytes request = get_device_id(i);
         const Result r = ask(request);
         ASSERT_EQ(r.code, 0) << int(i);
-        EXPECT_EQ(r.response, response_to(request, 0x00, kDeviceId));
+        EXPECT_EQ(r.response, response_to(request, 0x00, kSimulatorDeviceId));
     }
     EXPECT_GE(testkit::count_logged("Received Unexpected Packet.(S_H SessSeqNum)\n"), 9);
 }
@@ -204,7 +202,7 @@ TEST_P(SimSession, LateAnswerToTheFirstAttemptIsTaken)
     const Bytes request = get_device_id(7);
     const Result r = ask(request, 2, 1);
     EXPECT_EQ(r.code, 0);
-    EXPECT_EQ(r.response, response_to(request, 0x00, kDeviceId));
+    EXPECT_EQ(r.response, response_to(request, 0x00, kSimulatorDeviceId));
 }
 
 TEST_P(SimSession, ReorderedAnswersWithinTheWindowAreTakenOnceAndMatched)
@@ -217,7 +215,7 @@ TEST_P(SimSession, ReorderedAnswersWithinTheWindowAreTakenOnceAndMatched)
     EXPECT_EQ(r.code, 0);
     r = ask(second);
     EXPECT_EQ(r.code, 0);
-    EXPECT_EQ(r.response, response_to(second, 0x00, kDeviceId));
+    EXPECT_EQ(r.response, response_to(second, 0x00, kSimulatorDeviceId));
 }
 
 TEST_P(SimSession, ReplayedAnswerIsRejected)
@@ -229,7 +227,7 @@ TEST_P(SimSession, ReplayedAnswerIsRejected)
     const Bytes request = get_device_id(2);
     const Result r = ask(request);
     EXPECT_EQ(r.code, 0);
-    EXPECT_EQ(r.response, response_to(request, 0x00, kDeviceId));
+    EXPECT_EQ(r.response, response_to(request, 0x00, kSimulatorDeviceId));
     EXPECT_EQ(testkit::count_logged("Received Unexpected Packet.(S_H SessSeqNum)\n"), 1);
 }
 
@@ -256,7 +254,7 @@ TEST_P(SimSession, OtherProtectionIsSkipped)
     const Bytes request = get_device_id(4);
     const Result r = ask(request);
     EXPECT_EQ(r.code, 0);
-    EXPECT_EQ(r.response, response_to(request, 0x00, kDeviceId));
+    EXPECT_EQ(r.response, response_to(request, 0x00, kSimulatorDeviceId));
 }
 
 TEST_P(SimSession, IntegrityFaultsAreRejected)
@@ -337,7 +335,7 @@ TEST_P(SimSession, InboundNumbersUpToTheLastReleaseTheSessionOnce)
     const Result last = ask(request);
     EXPECT_EQ(last.code, 0);
     EXPECT_EQ(last.released, 1u);
-    EXPECT_EQ(last.response, response_to(request, 0x00, kDeviceId));
+    EXPECT_EQ(last.response, response_to(request, 0x00, kSimulatorDeviceId));
     EXPECT_EQ(param.session, nullptr);
     EXPECT_EQ(IPMI_CloseSession(&param), 1);
 }

@@ -47,8 +47,6 @@ constexpr double kRate = 0.10;
 // and duplication leave behind cost a little more, never this much.
 constexpr double kSuccessFloor = 0.70;
 
-const Bytes kDeviceId{0x20, 0x01, 0x02, 0x15, 0x02, 0xBF, 0x5A, 0x5A, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00};
-
 struct Tally {
     std::map<int, int> exchange_results, setup_results, close_results;
     int exchanges = 0;
@@ -116,7 +114,7 @@ private:
             ++t.by_suite[suite].first;
             if (r == 0) {
                 response.resize(length);
-                if (response == response_to(request, 0x00, kDeviceId)) {
+                if (response == response_to(request, 0x00, kSimulatorDeviceId)) {
                     ++t.exact;
                     ++t.by_suite[suite].second;
                 } else {

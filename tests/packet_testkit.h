@@ -25,6 +25,18 @@ using testkit::Bytes;
 constexpr uint32_t kConsoleSessionId = 0xA1B2C3D4;
 constexpr uint32_t kBmcSessionId = 0x11223344;
 
+// The simulator's Get Device ID response data, as it answers by default.
+inline const Bytes kSimulatorDeviceId{0x20, 0x01, 0x02, 0x15, 0x02, 0xBF, 0x5A, 0x5A, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00};
+
+// The local UDP port an IPv4 socket is bound to; 0 when it cannot be read.
+inline uint16_t local_port_of(int fd)
+{
+    sockaddr_in a{};
+    socklen_t n = sizeof a;
+    if (::getsockname(fd, reinterpret_cast<sockaddr *>(&a), &n) != 0) return 0;
+    return ntohs(a.sin_port);
+}
+
 inline Bytes test_sik()
 {
     Bytes b(20);

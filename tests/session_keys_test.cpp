@@ -31,8 +31,6 @@ using namespace packettest;
 const char *const kSimAddress = "127.0.17.2";
 constexpr uint32_t kSimAddressHost = 0x7F001102;
 
-const Bytes kDeviceId{0x20, 0x01, 0x02, 0x15, 0x02, 0xBF, 0x5A, 0x5A, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00};
-
 IPMI_SessionParam login(int suite)
 {
     // simulator_login's address is 127.0.0.x; this simulator is elsewhere.
@@ -91,7 +89,7 @@ int exchange(IPMI_SessionParam &p, uint8_t seq, Bytes &response)
     const int r = IPMI_Message_IF(&p, request.data(), static_cast<uint32_t>(request.size()), response.data(),
                                   static_cast<uint32_t>(response.size()), &length, 0, &released, 3, 2);
     response.resize(r == 0 ? length : 0);
-    if (r == 0 && response != response_to(request, 0x00, kDeviceId)) return -100;
+    if (r == 0 && response != response_to(request, 0x00, kSimulatorDeviceId)) return -100;
     return r;
 }
 
@@ -190,7 +188,7 @@ TEST_F(SessionKeys, ResponsesAreJudgedAndOpenedAsTheRecordAloneWouldJudgeThem)
             // and judge its pad alike.
             Bytes other_k2 = k2;
             other_k2[3] ^= 0x10;
-            const Bytes message = response_to(request_of(0x06, 0x01, 1), 0x00, kDeviceId);
+            const Bytes message = response_to(request_of(0x06, 0x01, 1), 0x00, kSimulatorDeviceId);
             const Bytes wrong = session_datagram(type, copy.console_session_id, first + 12, message, fixed_iv(9), sik,
                                                  other_k2);
             const Checked kept = check(p.session, wrong);

@@ -32,16 +32,6 @@ constexpr int kPerThread = 4;
 constexpr int kSessions = kThreads * kPerThread;
 constexpr int kRounds = 10;
 
-const Bytes kDeviceId{0x20, 0x01, 0x02, 0x15, 0x02, 0xBF, 0x5A, 0x5A, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00};
-
-uint16_t local_port_of(int fd)
-{
-    sockaddr_in a{};
-    socklen_t n = sizeof a;
-    if (::getsockname(fd, reinterpret_cast<sockaddr *>(&a), &n) != 0) return 0;
-    return ntohs(a.sin_port);
-}
-
 // Suites 3 and 17 (AES-CBC-128 with HMAC-SHA1-96 or HMAC-SHA256-128), and
 // 2 and 0 now and then.
 int suite_of(int session)
@@ -102,7 +92,7 @@ void run_thread(int thread, std::barrier<> &all_open, std::array<SessionReport, 
                 IPMI_Message_IF(&params[k], request.data(), static_cast<uint32_t>(request.size()), response.data(),
                                 static_cast<uint32_t>(response.size()), &length, 0, &released, 3, 5);
             response.resize(result == 0 ? length : 0);
-            if (result == 0 && response == response_to(request, 0x00, kDeviceId))
+            if (result == 0 && response == response_to(request, 0x00, kSimulatorDeviceId))
                 ++r.exchanged;
             else
                 r.failures.push_back("round " + std::to_string(round) + ": result " + std::to_string(result));

@@ -31,16 +31,6 @@ constexpr uint8_t kSim = 190;
 constexpr int kThreads = 16;
 constexpr int kExchanges = 200;
 
-const Bytes kDeviceId{0x20, 0x01, 0x02, 0x15, 0x02, 0xBF, 0x5A, 0x5A, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00};
-
-uint16_t local_port_of(int fd)
-{
-    sockaddr_in a{};
-    socklen_t n = sizeof a;
-    if (::getsockname(fd, reinterpret_cast<sockaddr *>(&a), &n) != 0) return 0;
-    return ntohs(a.sin_port);
-}
-
 // What one thread saw; checked on the main thread once all have ended.
 struct ThreadReport {
     int suite = 0;
@@ -78,7 +68,7 @@ void run_session(int index, std::barrier<> &all_open, ThreadReport &report)
         const int r = IPMI_Message_IF(&param, request.data(), static_cast<uint32_t>(request.size()), response.data(),
                                       static_cast<uint32_t>(response.size()), &length, 0, &released, 3, 2);
         response.resize(r == 0 ? length : 0);
-        if (r == 0 && response == response_to(request, 0x00, kDeviceId))
+        if (r == 0 && response == response_to(request, 0x00, kSimulatorDeviceId))
             ++report.exchanged;
         else
             report.failures.push_back("exchange " + std::to_string(i) + ": result " + std::to_string(r));
