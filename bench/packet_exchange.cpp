@@ -63,16 +63,19 @@ std::vector<uint8_t> get_device_id(uint8_t seq)
 
 // ------------------------------------------------------------ exchanges
 
-void BM_Exchange(benchmark::State &state)
+// The simulator on kSimAddress with one administrator.
+bmcsim::Config simulator_config()
 {
-    const int suite = static_cast<int>(state.range(0));
     bmcsim::Config config;
     config.address = kSimAddress;
     config.users = {{"admin", "secret", 4, true}};
-    bmcsim::Simulator sim(config);
-    sim.start();
+    return config;
+}
 
-    IPMI_SessionParam param{};
+// A session of `suite` to that simulator, as an application opens one.
+bool open_session(int suite, IPMI_SessionParam &param)
+{
+    param = {};
     param.bmc_address = kSimAddressHost;
     param.user_name = "admin";
     param.user_password = "secret";
@@ -81,7 +84,16 @@ void BM_Exchange(benchmark::State &state)
     param.slave_address = 0x20;
     param.retry_count = 3;
     param.timeout_sec = 1;
-    if (IPMI_SetupSession(&param) != 0) {
+    return IPMI_SetupSession(&param) == 0;
+}
+
+void BM_Exchange(benchmark::State &state)
+{
+    const int suite = static_cast<int>(state.range(0));
+    bmcsim::Simulator sim(simulator_config());
+    sim.start();
+    IPMI_SessionParam param{};
+    if (!open_session(suite, param)) {
         state.SkipWithError("session setup failed");
         return;
     }
@@ -197,21 +209,10 @@ void BM_CheckPacket(benchmark::State &state)
 void BM_BuildPacketOpenSession(benchmark::State &state)
 {
     const int suite = static_cast<int>(state.range(0));
-    bmcsim::Config config;
-    config.address = kSimAddress;
-    config.users = {{"admin", "secret", 4, true}};
-    bmcsim::Simulator sim(config);
+    bmcsim::Simulator sim(simulator_config());
     sim.start();
     IPMI_SessionParam param{};
-    param.bmc_address = kSimAddressHost;
-    param.user_name = "admin";
-    param.user_password = "secret";
-    param.privilege_level = 4;
-    param.cipher_suite_id = suite;
-    param.slave_address = 0x20;
-    param.retry_count = 3;
-    param.timeout_sec = 1;
-    if (IPMI_SetupSession(&param) != 0) {
+    if (!open_session(suite, param)) {
         state.SkipWithError("session setup failed");
         return;
     }
