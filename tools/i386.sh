@@ -91,7 +91,8 @@ for deb in build-i386/yaml-debs/*.deb; do dpkg-deb -x "$deb" "$yaml_root"; done
 export LD_LIBRARY_PATH=$yaml_root/usr/lib/i386-linux-gnu${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}
 
 # ------------------------------------------------------------ build and test
-options=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_FLAGS=-m32 -DCMAKE_CXX_FLAGS=-m32)
+# The exporter needs cpp-httplib, which is not installed for i386.
+options=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_FLAGS=-m32 -DCMAKE_CXX_FLAGS=-m32 -DRMCPP_BUILD_EXPORTER=OFF)
 options+=(-Dyaml-cpp_DIR="$yaml_root/usr/lib/i386-linux-gnu/cmake/yaml-cpp")
 # pkg-config would otherwise hand out the amd64 libraries' directories.
 export PKG_CONFIG_LIBDIR=/usr/lib/i386-linux-gnu/pkgconfig:/usr/share/pkgconfig

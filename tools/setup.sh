@@ -9,7 +9,8 @@ packages=(
   iproute2 util-linux procps file man-db groff-base
   openipmi ipmitool freeipmi-tools
   clang libclang-rt-14-dev
-  libcli11-dev nlohmann-json3-dev libyaml-cpp-dev
+  libcli11-dev nlohmann-json3-dev libyaml-cpp-dev libcpp-httplib-dev
+  prometheus
 )
 
 missing=()
