@@ -1,6 +1,7 @@
-// Default host platform interfaces. A host program that defines its own
-// putKivTrace or lmsg_getmsg replaces these: the library calls them through
-// the dynamic symbol table, where the program's definition comes first.
+// The default trace sink. A host program that defines its own putKivTrace
+// replaces it: linked against the shared library, the program's definition
+// comes first in the dynamic symbol table; linked against the static
+// archive, this member is never pulled in.
 #include <cstdio>
 #include <cstring>
 
@@ -19,13 +20,6 @@ RMCPP_API void putKivTrace(int channel, const KivTraceRecord *record, const char
     std::fputs(text, stderr);
     if (n == 0 || text[n - 1] != '\n') std::fputc('\n', stderr);
     funlockfile(stderr);
-}
-
-RMCPP_API char *lmsg_getmsg(int number, char *text, const char *argument)
-{
-    if (text == nullptr || argument == nullptr) return nullptr;
-    std::snprintf(text, RMCPP_LMSG_TEXT_SIZE, "IPMI message %d: %s", number, argument);
-    return text;
 }
 
 }  // extern "C"
