@@ -30,11 +30,16 @@ for f in bin/rmcpp bin/rmcpp-bmcsim lib/librmcpp.so.1 include/rmcpp.h \
 done
 [ "$failures" -eq 0 ] || exit 1
 
-echo "--- the installed tool finds the installed library"
-library=$(ldd "$prefix/bin/rmcpp" | awk '$1 ~ /^librmcpp\.so/ { print $3 }')
-[ "$library" = "$(realpath "$prefix/lib/librmcpp.so.1")" ] ||
+echo "--- installed programs linked to librmcpp find the installed one"
+# The tool may have the library built in (RMCPP_STATIC_TOOL); every program
+# that loads it must load the installed copy.
+for program in "$prefix"/bin/*; do
+  readelf -d "$program" 2>/dev/null | grep -q 'NEEDED.*\[librmcpp\.so' || { echo "$(basename "$program"): built in or not used"; continue; }
+  library=$(ldd "$program" | awk '$1 ~ /^librmcpp\.so/ { print $3 }')
   [ "$(realpath "$library" 2>/dev/null)" = "$(realpath "$prefix/lib/librmcpp.so.1")" ] ||
-  fail "installed rmcpp loads librmcpp from '$library', not from $prefix/lib"
+    fail "installed $(basename "$program") loads librmcpp from '$library', not from $prefix/lib"
+  echo "$(basename "$program"): $library"
+done
 "$prefix/bin/rmcpp" --version || fail "installed rmcpp --version"
 
 echo "--- the installed tool against the installed simulator on $address"
