@@ -2,15 +2,16 @@
 
 namespace cli {
 
-void register_command_groups(CLI::App &app, CLI::App &chassis, CLI::App &channel, Runner &runner)
+void register_command_groups(CLI::App &app, CLI::App *chassis, CLI::App *channel, Runner &runner,
+                             const CommandSet &wanted)
 {
-    add_sdr_commands(app, runner);
-    add_sel_commands(app, runner);
-    add_fru_commands(app, runner);
-    add_boot_commands(chassis, runner);
-    add_user_commands(app, runner);
-    add_channel_info_command(channel, runner);
-    add_lan_commands(app, runner);
+    if (wanted.has("sdr")) add_sdr_commands(app, runner);
+    if (wanted.has("sel")) add_sel_commands(app, runner);
+    if (wanted.has("fru")) add_fru_commands(app, runner);
+    if (chassis != nullptr) add_boot_commands(*chassis, runner);
+    if (wanted.has("user")) add_user_commands(app, runner);
+    if (channel != nullptr) add_channel_info_command(*channel, runner);
+    if (wanted.has("lan")) add_lan_commands(app, runner);
 }
 
 }  // namespace cli

@@ -10,9 +10,11 @@ int main(int argc, char **argv)
     // costs more instructions than a whole session. (The library leaves this
     // choice to its host program.)
     OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr);
-    // The command tree stays until the process ends: taking its few hundred
-    // options apart costs more than a whole session. (Held by a static, so
-    // leak checkers see it as reachable.)
-    static cli::Tool *const tool = new cli::Tool;
-    return tool->run(argc, argv);
+    // Only the commands the command line can reach are built, and the tree
+    // stays until the process ends: building and taking apart a few hundred
+    // options costs more than a whole session. (Held by a static, so leak
+    // checkers see it as reachable.)
+    const std::vector<std::string> args(argv + 1, argv + argc);
+    static cli::Tool *const tool = new cli::Tool(stdout, stderr, cli::CommandSet::reached_by(args));
+    return tool->run(args);
 }

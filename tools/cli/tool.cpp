@@ -308,7 +308,45 @@ void cmd_power_control(Runner &runner, const std::string &action, uint8_t contro
 
 // ------------------------------------------------------------ the tool
 
-Tool::Tool(std::FILE *out, std::FILE *err)
+namespace {
+
+// Every top-level command with its aliases, as add_commands() and
+// register_command_groups() build them.
+constexpr std::string_view kTopLevel[][2] = {
+    {"ping", ""}, {"session", ""}, {"raw", ""}, {"mc", ""},   {"chassis", ""}, {"channel", ""},
+    {"sdr", "sensor"}, {"sel", ""}, {"fru", ""}, {"user", ""}, {"lan", ""},
+};
+
+// -h, --help, and short flags run together with an h in them (-vh).
+bool may_ask_for_help(std::string_view arg)
+{
+    if (arg.rfind("--", 0) == 0) return arg.rfind("--help", 0) == 0;
+    return arg.size() > 1 && arg[0] == '-' && arg.find('h') != std::string_view::npos;
+}
+
+}  // namespace
+
+CommandSet CommandSet::reached_by(const std::vector<std::string> &args)
+{
+    CommandSet set;
+    for (const auto &arg : args)
+        if (may_ask_for_help(arg)) return set;
+    for (const auto &names : kTopLevel)
+        for (const auto &arg : args)
+            if (arg == names[0] || (!names[1].empty() && arg == names[1])) {
+                set.named_.emplace_back(names[0]);
+                break;
+            }
+    set.all_ = set.named_.empty();
+    return set;
+}
+
+bool CommandSet::has(std::string_view command) const
+{
+    return all_ || std::find(named_.begin(), named_.end(), command) != named_.end();
+}
+
+Tool::Tool(std::FILE *out, std::FILE *err, const CommandSet &commands)
     : out_(out), err_(err), runner_(o_, out, err), recorder_(runner_, command_), app_(std::make_unique<CLI::App>())
 {
     CLI::App &app = *app_;
@@ -323,19 +361,29 @@ Tool::Tool(std::FILE *out, std::FILE *err)
                "rmcpp --help lists them.\n");
     add_options(app, text_, o_);
     app.add_flag("--version", version_, "show the tool's and the library's version");
-    add_commands();
-    register_command_groups(app, *chassis_, *channel_, recorder_);
+    add_commands(commands);
+    register_command_groups(app, chassis_, channel_, recorder_, commands);
     app.parse_complete_callback([this] { after_parse(); });
 }
 
-void Tool::add_commands()
+void Tool::add_commands(const CommandSet &wanted)
 {
     CLI::App &app = *app_;
-    app.add_subcommand("ping", "ASF presence ping (no session)")->callback([this] { command_ = cmd_ping; });
-    app.add_subcommand("session", "establish a session, show it, close it")->callback([this] {
-        command_ = cmd_session;
-    });
-    CLI::App *raw = app.add_subcommand("raw", "send one IPMI request, print the response data");
+    if (wanted.has("ping"))
+        app.add_subcommand("ping", "ASF presence ping (no session)")->callback([this] { command_ = cmd_ping; });
+    if (wanted.has("session"))
+        app.add_subcommand("session", "establish a session, show it, close it")->callback([this] {
+            command_ = cmd_session;
+        });
+    if (wanted.has("raw")) add_raw();
+    if (wanted.has("mc")) add_mc();
+    if (wanted.has("chassis")) add_chassis();
+    if (wanted.has("channel")) add_channel();
+}
+
+void Tool::add_raw()
+{
+    CLI::App *raw = app_->add_subcommand("raw", "send one IPMI request, print the response data");
     raw->add_option("NETFN", netfn_, "network function, 0x00..0x3F")->type_name("");
     raw->add_option("CMD", cmd_, "command byte")->type_name("");
     raw->add_option("DATA", raw_data_, "request data bytes")->type_name("");
@@ -345,16 +393,22 @@ void Tool::add_commands()
         args.insert(args.end(), raw_data_.begin(), raw_data_.end());
         cmd_raw(recorder_, args);
     });
+}
 
-    CLI::App *mc = app.add_subcommand("mc", "the management controller");
+void Tool::add_mc()
+{
+    CLI::App *mc = app_->add_subcommand("mc", "the management controller");
     mc->add_subcommand("info", "Get Device ID, decoded")->callback([this] {
         decoded(recorder_, "mc info", 0x06, 0x01, decode_device_id);
     });
     mc->add_subcommand("selftest", "Get Self Test Results, decoded")->callback([this] {
         decoded(recorder_, "mc selftest", 0x06, 0x04, decode_self_test);
     });
+}
 
-    chassis_ = app.add_subcommand("chassis", "the chassis: status and power");
+void Tool::add_chassis()
+{
+    chassis_ = app_->add_subcommand("chassis", "the chassis: status and power");
     chassis_->add_subcommand("status", "Get Chassis Status, decoded")->callback([this] {
         decoded(recorder_, "chassis status", 0x00, 0x01, decode_chassis_status);
     });
@@ -374,8 +428,11 @@ void Tool::add_commands()
         power->add_subcommand(c.action, c.help)->callback([this, &c] {
             cmd_power_control(recorder_, c.action, c.control, c.words);
         });
+}
 
-    channel_ = app.add_subcommand("channel", "the LAN channel");
+void Tool::add_channel()
+{
+    channel_ = app_->add_subcommand("channel", "the LAN channel");
     CLI::App *ciphers = channel_->add_subcommand("ciphers", "cipher suites the channel offers");
     ciphers->add_option("CHANNEL", channel_args_, "channel number 0..15 (default: the one asked over)")->type_name("");
     ciphers->callback([this] {

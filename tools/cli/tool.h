@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <string_view>
 #include <string>
 #include <vector>
 
@@ -13,9 +14,27 @@
 
 namespace cli {
 
+// Which top-level commands a Tool builds: all, or only those named.
+class CommandSet {
+public:
+    CommandSet() = default;  // all
+    // The commands a command line can reach: those it names (a word equal
+    // to a command's name or alias), or all of them when it names none or
+    // may ask for help. A word that only happens to equal a command's name
+    // (an option's value) adds that command, which changes nothing.
+    static CommandSet reached_by(const std::vector<std::string> &args);
+    bool has(std::string_view command) const;
+
+private:
+    bool all_ = true;
+    std::vector<std::string> named_;
+};
+
 // Adds the command groups of runner.h: sdr, sensor, sel, fru, user and lan
-// to app, bootdev and bootparam to chassis, info to channel.
-void register_command_groups(CLI::App &app, CLI::App &chassis, CLI::App &channel, Runner &runner);
+// to app, bootdev and bootparam to chassis, info to channel (each only if
+// `wanted` has it; chassis and channel may then be null).
+void register_command_groups(CLI::App &app, CLI::App *chassis, CLI::App *channel, Runner &runner,
+                             const CommandSet &wanted = {});
 
 // The Runner the commands' callbacks see while the command line is parsed:
 // a usage error is reported at once, the session's work is kept as the
@@ -37,7 +56,7 @@ private:
 
 class Tool {
 public:
-    explicit Tool(std::FILE *out = stdout, std::FILE *err = stderr);
+    explicit Tool(std::FILE *out = stdout, std::FILE *err = stderr, const CommandSet &commands = {});
 
     // Parses the command line and runs the command; returns the exit status
     // (0 done, 1 the BMC or the network failed, 2 usage error).
@@ -56,7 +75,11 @@ public:
     std::string overview() const;
 
 private:
-    void add_commands();
+    void add_commands(const CommandSet &wanted);
+    void add_raw();
+    void add_mc();
+    void add_chassis();
+    void add_channel();
     void after_parse();
     std::string synopsis(const CLI::App &command, const std::string &path) const;
 
