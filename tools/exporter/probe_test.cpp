@@ -63,6 +63,7 @@ TEST(Probe, ReadsSensorsChassisSelAndDevice)
     const exporter::ProbeResult r = prober.probe(kBmc, probetest::admin_module(), probetest::in(10s));
     ASSERT_TRUE(r.up) << r.error;
     EXPECT_EQ(r.error, "");
+    EXPECT_TRUE(r.collector_errors.empty());
     const auto &f = r.families;
     EXPECT_EQ(value(f, "ipmi_up"), 1);
     ASSERT_TRUE(value(f, "ipmi_scrape_duration_seconds"));
@@ -225,6 +226,9 @@ TEST(Probe, FailingCollectorIsDownAlone)
     ASSERT_TRUE(r.up) << r.error;
     EXPECT_EQ(value(r.families, "ipmi_collector_up", {{"collector", "chassis"}}), 0);
     EXPECT_FALSE(probetest::family(r.families, "ipmi_chassis_power_state"));
+    ASSERT_EQ(r.collector_errors.size(), 1u);
+    EXPECT_NE(r.collector_errors.at("chassis").find("Get Chassis Status"), std::string::npos)
+        << r.collector_errors.at("chassis");
     for (const char *name : {"sensors", "sel", "device"})
         EXPECT_EQ(value(r.families, "ipmi_collector_up", {{"collector", name}}), 1) << name;
     EXPECT_EQ(value(r.families, "ipmi_sensor_value", {{"name", "CPU Temp"}}), 45);
