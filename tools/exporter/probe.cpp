@@ -156,6 +156,9 @@ struct Prober::Impl {
         }
         cli::Options o = session_options(target, m);
         o.attempts = static_cast<int>(std::clamp<long>(left / (kSetupSteps * kWaitSeconds), 1, kMaxAttempts));
+        // A failed establishment is started once more from Open Session;
+        // with too little time left for that, it is not.
+        o.lenient = left < 2 * o.attempts * kWaitSeconds;
         auto w = std::make_unique<WarmSession>(std::move(o));
         const int r = w->session.open();
         if (r != 0) {
