@@ -239,6 +239,23 @@ TEST(Probe, FailingCollectorIsDownAlone)
     EXPECT_EQ(prober.counters().sessions_open, 1u);
 }
 
+TEST(Probe, SensorsOfOneNameAreToldApartByNumber)
+{
+    bmcsim::Config c = probetest::platform_config(kBmc);
+    bmcsim::SimSensor twin = c.sensors.front();  // "CPU Temp", 01h, 45 degrees C
+    twin.number = 0x0A;
+    twin.reading.value = 50;
+    c.sensors.push_back(twin);
+    bmcsim::Simulator sim(c);
+    sim.start();
+    exporter::Prober prober;
+    const exporter::ProbeResult r = prober.probe(kBmc, probetest::admin_module(), probetest::in(10s));
+    ASSERT_TRUE(r.up) << r.error;
+    EXPECT_EQ(value(r.families, "ipmi_sensor_value", {{"name", "CPU Temp"}}), 45);
+    EXPECT_EQ(value(r.families, "ipmi_sensor_value", {{"name", "CPU Temp (0Ah)"}}), 50);
+    EXPECT_EQ(value(r.families, "ipmi_sensor_state", {{"name", "CPU Temp (0Ah)"}}), 0);
+}
+
 TEST(Probe, ManyProbesAtOnce)
 {
     constexpr int kTargets = 8, kProbes = 32;
