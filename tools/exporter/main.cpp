@@ -15,6 +15,7 @@
 #include "config.h"
 #include "probe.h"
 #include "server.h"
+#include "trace_log.h"
 
 namespace {
 
@@ -59,6 +60,9 @@ int main(int argc, char **argv)
 {
     // Nothing here needs the OpenSSL configuration file.
     OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr);
+    // The library's own log lines (every retry, every ignored datagram) go to
+    // the tool's quiet sink; a failed probe is logged once, in one line.
+    cli::trace::set_verbose(false);
 
     CLI::App app{"rmcpp-exporter: reads BMCs over IPMI v2.0 / RMCP+ for Prometheus's multi-target /probe."};
     app.set_version_flag("--version", std::string("rmcpp-exporter ") + RMCPP_TOOL_VERSION);
