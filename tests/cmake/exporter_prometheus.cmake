@@ -6,3 +6,9 @@ if(TARGET rmcpp-exporter AND TARGET rmcpp-bmcsim)
     ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR} ${CMAKE_CURRENT_BINARY_DIR}/exporter-prometheus)
   set_tests_properties(exporter_prometheus PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 180 LABELS exporter)
 endif()
+# The program's command line, exit statuses and signals.
+if(TARGET rmcpp-exporter)
+  add_test(NAME exporter_program COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/exporter/program_test.sh
+    $<TARGET_FILE:rmcpp-exporter> ${CMAKE_CURRENT_BINARY_DIR}/exporter-program)
+  set_tests_properties(exporter_program PROPERTIES TIMEOUT 120 LABELS exporter)
+endif()

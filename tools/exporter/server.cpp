@@ -4,6 +4,9 @@
 
 #include <httplib.h>
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -187,6 +190,14 @@ Server::Server(Config config, Prober &prober, ServerOptions options)
     // One request per connection: a kept-alive connection would hold its
     // worker while idle, and a worker is a probe slot.
     http_->set_keep_alive_max_count(1);
+    // SO_REUSEADDR alone: with cpp-httplib's SO_REUSEPORT a second exporter
+    // on the same port would bind too and take half the connections. "::"
+    // takes IPv4 as well, whatever the host's default.
+    http_->set_socket_options([](int sock) {
+        int yes = 1, no = 0;
+        setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+        setsockopt(sock, IPPROTO_IPV6, IPV6_V6ONLY, &no, sizeof no);  // fails harmlessly on IPv4 sockets
+    });
     http_->Get("/probe", [this](const httplib::Request &req, httplib::Response &res) { handle_probe(req, res); });
     http_->Get("/metrics", [this](const httplib::Request &req, httplib::Response &res) { handle_metrics(req, res); });
     http_->Get("/", [this](const httplib::Request &req, httplib::Response &res) { handle_index(req, res); });
