@@ -359,6 +359,25 @@ TEST(ExporterServer, UnreachableTargetAnswersDownWithinTheScrapeTimeout)
     EXPECT_EQ(sample(res->body, "rmcpp_exporter_probe_errors_total{module=\"default\"} "), 1);
 }
 
+TEST(ExporterServer, SilentBmcAnswersDownBeforePrometheusGivesUp)
+{
+    bmcsim::Config c = simulator_config();
+    c.capabilities.reply.silent = true;
+    bmcsim::Simulator sim(c);
+    sim.start();
+    RunningServer s;
+    // The module would allow 30 s; Prometheus waits 1.6 s, so the probe
+    // gets 1.1 s and its answer must come within the 1.6.
+    httplib::Headers headers{{"X-Prometheus-Scrape-Timeout-Seconds", "1.6"}};
+    auto start = Clock::now();
+    auto res = s.client().Get("/probe?target=127.0.20.2", headers);
+    auto elapsed = Clock::now() - start;
+    ASSERT_TRUE(res);
+    EXPECT_EQ(sample(res->body, "ipmi_up "), 0) << res->body;
+    EXPECT_LT(elapsed, 1600ms);
+    EXPECT_GE(sim.stats().count(bmcsim::Kind::Capabilities), 1u);
+}
+
 TEST(ExporterServer, StopBeforeRunAndStopWhileServing)
 {
     exporter::Prober prober;
