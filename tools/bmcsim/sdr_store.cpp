@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <ctime>
 #include <random>
 
 #include "sdr_record.h"
@@ -190,10 +191,25 @@ Bytes sensor_record(const SimSensor &s, uint16_t record_id)
 
 void SdrRepository::rebuild(const Config &c)
 {
-    if (!records_.empty() && built_for_ == c.sensors) return;
+    if (built_ && built_for_ == c.sensors) return;
+    std::vector<Bytes> records;
+    for (size_t i = 0; i < c.sensors.size(); ++i) records.push_back(sensor_record(c.sensors[i], static_cast<uint16_t>(i + 1)));
+    if (built_) {
+        // A record that is new counts as an addition, one that is gone as
+        // an erase; each change gets a later second than the one before.
+        auto missing_from = [](const std::vector<Bytes> &from, const std::vector<Bytes> &of) {
+            for (const Bytes &r : of)
+                if (std::find(from.begin(), from.end(), r) == from.end()) return true;
+            return false;
+        };
+        const uint32_t now = static_cast<uint32_t>(std::time(nullptr));
+        const uint32_t stamp = std::max(now, std::max(last_addition_, last_erase_) + 1);
+        if (missing_from(records_, records)) last_addition_ = stamp;
+        if (missing_from(records, records_)) last_erase_ = stamp;
+    }
+    built_ = true;
     built_for_ = c.sensors;
-    records_.clear();
-    for (size_t i = 0; i < c.sensors.size(); ++i) records_.push_back(sensor_record(c.sensors[i], static_cast<uint16_t>(i + 1)));
+    records_ = std::move(records);
 }
 
 uint8_t SdrRepository::status_of(const SimSensor &s, uint8_t raw) const
@@ -252,6 +268,8 @@ bool SdrRepository::handle(uint8_t netfn, uint8_t command, const Bytes &data, co
         info.record_count = static_cast<uint16_t>(c.sensors.size());
         info.free_space = 0x0800;
         info.operation_support = 0x22;  // non-modal updates, Reserve SDR Repository
+        info.last_addition = last_addition_;
+        info.last_erase = last_erase_;
         out = cmd::encode_get_sdr_repository_info(info);
         return true;
     }

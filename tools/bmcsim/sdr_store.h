@@ -43,8 +43,15 @@ private:
     void rebuild(const Config &c);
     uint8_t status_of(const SimSensor &s, uint8_t raw) const;
 
+    bool built_ = false;
     std::vector<SimSensor> built_for_;
     std::vector<Bytes> records_;
+    // Most recent addition and erase: 0 for the repository the simulator
+    // starts with, then the time of each change of the configured sensors
+    // (records added or gone), so consoles that cache the repository see it
+    // move.
+    uint32_t last_addition_ = 0;
+    uint32_t last_erase_ = 0;
     uint16_t reservation_ = 0;
     std::map<uint8_t, uint8_t> last_status_;  // by sensor number: threshold bits last seen
 };

@@ -1,6 +1,9 @@
 #include "collectors.h"
 
 #include <cctype>
+#include <cstdio>
+#include <set>
+#include <utility>
 #include <stdexcept>
 
 #include "decode.h"
@@ -97,13 +100,24 @@ void collect_sensors(cmd::Transport &t, SdrCache &cache, const std::string &targ
     // Families even when no sensor has a reading, so the names are there.
     out.family("ipmi_sensor_value", kSensorValueHelp, MetricType::gauge);
     out.family("ipmi_sensor_state", kSensorStateHelp, MetricType::gauge);
+    std::set<std::pair<std::string, std::string>> seen;
     for (const cmd::SensorListEntry &e : cmd::sensor_list(t, *records, cmd::SdrFilter::sensors)) {
         if (e.state != cmd::SensorState::reading || !e.threshold_based) continue;
         const std::string type = sensor_type_label(e.sensor_type);
+        // Two sensors of one name and type would make two series with the
+        // same labels, which a scrape may not hold: the later ones are told
+        // apart by their sensor numbers.
+        std::string name = e.name;
+        if (!seen.emplace(name, type).second) {
+            char number[8];
+            std::snprintf(number, sizeof number, "%02Xh", e.number);
+            name += std::string(" (") + number + ")";
+            seen.emplace(name, type);
+        }
         if (e.reading)
             out.add("ipmi_sensor_value", kSensorValueHelp, MetricType::gauge,
-                    {{"name", e.name}, {"type", type}, {"unit", sensor_unit_label(e)}}, *e.reading);
-        out.add("ipmi_sensor_state", kSensorStateHelp, MetricType::gauge, {{"name", e.name}, {"type", type}},
+                    {{"name", name}, {"type", type}, {"unit", sensor_unit_label(e)}}, *e.reading);
+        out.add("ipmi_sensor_state", kSensorStateHelp, MetricType::gauge, {{"name", name}, {"type", type}},
                 sensor_state_value(e.threshold.severity));
     }
 }

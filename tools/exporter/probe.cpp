@@ -156,6 +156,9 @@ struct Prober::Impl {
         }
         cli::Options o = session_options(target, m);
         o.attempts = static_cast<int>(std::clamp<long>(left / (kSetupSteps * kWaitSeconds), 1, kMaxAttempts));
+        // A failed establishment is started once more from Open Session;
+        // with too little time left for that, it is not.
+        o.lenient = left < 2 * o.attempts * kWaitSeconds;
         auto w = std::make_unique<WarmSession>(std::move(o));
         const int r = w->session.open();
         if (r != 0) {
@@ -214,16 +217,28 @@ ProbeResult Prober::probe(const std::string &target, const Module &module, Clock
         while (usable) {
             DeadlineTransport t(*lease->session, deadline, first_on_kept);
             Families part;
+            std::string why;
             try {
                 ok = collect(name, t, impl_->sdr, target, part);
-            } catch (const std::exception &) {
+                if (!ok) why = "no such collector";
+            } catch (const std::exception &e) {
                 ok = false;
+                why = e.what();
             }
             if (t.failure() == 0) {
-                if (ok) collected.append(part);
+                if (ok) {
+                    collected.append(part);
+                    result.collector_errors.erase(name);
+                } else {
+                    result.collector_errors[name] = why;
+                }
                 break;
             }
             ok = false;
+            result.collector_errors[name] =
+                t.out_of_time() ? "the deadline came first"
+                                : std::string("the session failed: ") + rmcpp_strerror(t.failure()) +
+                                      lease->session->session.hint(t.failure());
             // Out of time: the session is sound, the probe is over.
             if (t.out_of_time()) {
                 usable = false;
@@ -241,6 +256,8 @@ ProbeResult Prober::probe(const std::string &target, const Module &module, Clock
             lease->session = impl_->set_up(where, module, deadline, result.error);
             if (!lease->session) return finish(false);
         }
+        if (!ok && !result.collector_errors.count(name))
+            result.collector_errors[name] = "not read: the session failed or the deadline came first";
         collected.add("ipmi_collector_up", kCollectorUpHelp, MetricType::gauge, {{"collector", name}}, ok ? 1 : 0);
     }
     return finish(true);

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -19,6 +20,8 @@ struct ProbeResult {
     bool up = false;
     std::string error;  // why up is 0, in words; never carries secrets
     Families families;  // includes ipmi_up and ipmi_scrape_duration_seconds
+    // Why a collector gave ipmi_collector_up 0, by collector, in words.
+    std::map<std::string, std::string> collector_errors;
 };
 
 struct ProberCounters {
