@@ -280,7 +280,7 @@ TEST(ExporterServer, ProbeReadsTheSimulatedBmc)
     bmcsim::Simulator sim(simulator_config());
     sim.start();
     RunningServer s;
-    auto res = s.client().Get("/probe?target=127.0.20.2");
+    auto res = s.client().Get(std::string("/probe?target=") + kBmc);
     ASSERT_TRUE(res);
     EXPECT_EQ(res->status, 200);
     EXPECT_EQ(res->get_header_value("Content-Type"), exporter::kContentType);
@@ -342,7 +342,7 @@ TEST(ExporterServer, UnreachableTargetAnswersDownWithinTheScrapeTimeout)
     httplib::Headers headers{{"X-Prometheus-Scrape-Timeout-Seconds", "3"}};
     auto start = Clock::now();
     // The module allows 30 s; the header allows 3 s less the 0.5 s offset.
-    auto res = s.client().Get("/probe?target=127.0.20.3&module=default", headers);
+    auto res = s.client().Get(std::string("/probe?target=") + kNobody + "&module=default", headers);
     auto elapsed = Clock::now() - start;
     ASSERT_TRUE(res);
     EXPECT_EQ(res->status, 200);
