@@ -20,6 +20,29 @@ namespace {
 // Upper bounds of the probe duration histogram, in seconds.
 const std::vector<double> kDurationBuckets{0.005, 0.01, 0.025, 0.05, 0.1, 0.25, 0.5, 1, 2.5, 5, 10, 30};
 
+// When the connection this worker serves was accepted. Each connection
+// carries one request, so a request that waited for a free worker has
+// spent that wait out of its deadline already.
+thread_local Clock::time_point t_accepted{};
+
+// cpp-httplib's fixed pool, each task stamped with the time it was queued.
+class StampedPool : public httplib::TaskQueue {
+public:
+    explicit StampedPool(size_t workers) : pool_(workers) {}
+    void enqueue(std::function<void()> fn) override
+    {
+        pool_.enqueue([fn = std::move(fn), at = Clock::now()] {
+            t_accepted = at;
+            fn();
+            t_accepted = {};
+        });
+    }
+    void shutdown() override { pool_.shutdown(); }
+
+private:
+    httplib::ThreadPool pool_;
+};
+
 bool valid_port(const std::string &text, int &port)
 {
     if (text.empty() || text.size() > 5)
@@ -186,7 +209,7 @@ Server::Server(Config config, Prober &prober, ServerOptions options)
     for (const auto &[name, module] : config_.modules)
         stats_.emplace(name, ModuleStats{0, 0, Histogram(kDurationBuckets)});
     size_t workers = options_.max_requests;
-    http_->new_task_queue = [workers] { return new httplib::ThreadPool(workers); };
+    http_->new_task_queue = [workers] { return new StampedPool(workers); };
     // One request per connection: a kept-alive connection would hold its
     // worker while idle, and a worker is a probe slot.
     http_->set_keep_alive_max_count(1);
@@ -287,7 +310,8 @@ void Server::handle_probe(const httplib::Request &req, httplib::Response &res)
     if (req.has_header("X-Prometheus-Scrape-Timeout-Seconds"))
         header = req.get_header_value("X-Prometheus-Scrape-Timeout-Seconds");
     auto start = Clock::now();
-    auto deadline = start + probe_timeout(header ? &*header : nullptr, options_.timeout_offset, module.timeout_ms);
+    auto accepted = t_accepted == Clock::time_point{} ? start : t_accepted;
+    auto deadline = accepted + probe_timeout(header ? &*header : nullptr, options_.timeout_offset, module.timeout_ms);
 
     ProbeResult result;
     try {

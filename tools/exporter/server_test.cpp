@@ -378,6 +378,37 @@ TEST(ExporterServer, SilentBmcAnswersDownBeforePrometheusGivesUp)
     EXPECT_GE(sim.stats().count(bmcsim::Kind::Capabilities), 1u);
 }
 
+TEST(ExporterServer, AProbeWaitingForAWorkerStillAnswersBeforePrometheusGivesUp)
+{
+    bmcsim::Config c = simulator_config();
+    c.capabilities.reply.silent = true;
+    bmcsim::Simulator sim(c);
+    sim.start();
+    exporter::ServerOptions one_worker;
+    one_worker.max_requests = 1;
+    RunningServer s(one_worker);
+    // Two scrapes at once with one worker: the second waits for the first
+    // (about 1 s of its 1.1), then has no time left to ask the BMC anything.
+    auto scrape = [&](std::chrono::steady_clock::duration &elapsed, std::string &body) {
+        httplib::Headers headers{{"X-Prometheus-Scrape-Timeout-Seconds", "1.6"}};
+        auto start = Clock::now();
+        auto res = s.client().Get(std::string("/probe?target=") + kBmc, headers);
+        elapsed = Clock::now() - start;
+        body = res ? res->body : "(no answer)";
+    };
+    std::chrono::steady_clock::duration elapsed[2];
+    std::string body[2];
+    std::thread other([&] { scrape(elapsed[1], body[1]); });
+    scrape(elapsed[0], body[0]);
+    other.join();
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(sample(body[i], "ipmi_up "), 0) << body[i];
+        EXPECT_LT(elapsed[i], 1600ms) << i;
+    }
+    // One probe asked the BMC; the one that waited did not.
+    EXPECT_EQ(sim.stats().count(bmcsim::Kind::Capabilities), 1u);
+}
+
 TEST(ExporterServer, StopBeforeRunAndStopWhileServing)
 {
     exporter::Prober prober;
