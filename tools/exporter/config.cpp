@@ -22,7 +22,10 @@ namespace {
 // yaml-cpp counts lines from 0.
 int line_of(const YAML::Node &node) { return node.Mark().is_null() ? 0 : node.Mark().line + 1; }
 
-[[noreturn]] void fail(const YAML::Node &node, const std::string &message) { throw ConfigError(line_of(node), message); }
+[[noreturn]] void fail(const YAML::Node &node, const std::string &message)
+{
+    throw ConfigError(line_of(node), message);
+}
 
 std::string scalar(const YAML::Node &node, const std::string &key)
 {

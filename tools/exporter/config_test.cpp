@@ -282,7 +282,8 @@ TEST(ExporterConfig, CollectorsAreASubsetWithoutRepeats)
 {
     Config c = exporter::parse_config("modules:\n  m:\n    user: u\n    password: p\n    collectors: []\n", "");
     EXPECT_TRUE(c.modules.at("m").collectors.empty());
-    Fault f = fault_of("modules:\n  m:\n    user: u\n    password: p\n    collectors:\n      - sensors\n      - fans\n");
+    Fault f =
+        fault_of("modules:\n  m:\n    user: u\n    password: p\n    collectors:\n      - sensors\n      - fans\n");
     EXPECT_EQ(f.line, 7);
     EXPECT_EQ(f.message, "collectors may only name sensors, chassis, sel, device");
     f = fault_of("modules:\n  m:\n    user: u\n    password: p\n    collectors:\n      - sel\n      - sel\n");

@@ -121,6 +121,17 @@ void log_line(const std::string &line)
     std::fflush(stderr);
 }
 
+// Should a reason ever quote the module's password, it is not repeated.
+std::string without(const std::string &text, const std::string &secret)
+{
+    if (secret.size() < 4)
+        return text;
+    std::string out = text;
+    for (size_t at = out.find(secret); at != std::string::npos; at = out.find(secret, at + 3))
+        out.replace(at, secret.size(), "***");
+    return out;
+}
+
 void plain(httplib::Response &res, int status, const std::string &text)
 {
     res.status = status;
@@ -330,9 +341,11 @@ void Server::handle_probe(const httplib::Request &req, httplib::Response &res)
                             MetricType::gauge, {}, seconds);
     }
     record(module_name, result.up, seconds);
-    if (!result.up)
+    if (!result.up) {
+        std::string reason = result.error.empty() ? "no reason given" : without(result.error, module.password);
         log_line("probe of " + printable(target) + " with module " + printable(module_name) +
-                 " failed: " + printable(result.error.empty() ? "no reason given" : result.error));
+                 " failed: " + printable(reason));
+    }
     res.status = 200;
     res.set_content(render_text(result.families), kContentType);
 }
@@ -370,7 +383,8 @@ void Server::handle_metrics(const httplib::Request &, httplib::Response &res)
 
 void Server::handle_index(const httplib::Request &, httplib::Response &res)
 {
-    std::string example_module = config_.modules.count("default") ? "default" : config_.modules.begin()->first;
+    std::string example_module =
+        config_.modules.empty() || config_.modules.count("default") ? "default" : config_.modules.begin()->first;
     std::string html =
         "<!DOCTYPE html>\n<html>\n<head><meta charset=\"utf-8\"><title>rmcpp-exporter</title></head>\n<body>\n"
         "<h1>rmcpp-exporter</h1>\n"
