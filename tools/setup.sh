@@ -10,7 +10,7 @@ packages=(
   openipmi ipmitool freeipmi-tools
   clang libclang-rt-14-dev
   libcli11-dev nlohmann-json3-dev libyaml-cpp-dev libcpp-httplib-dev
-  prometheus
+  prometheus curl jq
 )
 
 missing=()

@@ -35,6 +35,8 @@ public:
 };
 
 // password_file paths are read relative to `base_dir` unless absolute.
+// A ConfigError's message says what is wrong; load_config's begins with
+// "FILE:LINE: " as compilers write it.
 Config parse_config(const std::string &text, const std::string &base_dir);
 Config load_config(const std::string &path);
 

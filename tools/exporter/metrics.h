@@ -3,6 +3,7 @@
 // samples. Collectors fill families; render_text() writes them.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -55,6 +56,25 @@ bool valid_label_name(std::string_view name);
 std::string format_value(double value);
 
 std::string render_text(const Families &families);
+
+// Observations counted into buckets by upper bound, written as a histogram
+// family: one cumulative _bucket sample per bound and +Inf (label le), then
+// _sum and _count.
+class Histogram {
+public:
+    explicit Histogram(std::vector<double> upper_bounds);
+    void observe(double value);
+    void add_to(Families &families, const std::string &name, const std::string &help,
+                const std::vector<Label> &labels = {}) const;
+    uint64_t count() const { return count_; }
+    double sum() const { return sum_; }
+
+private:
+    std::vector<double> bounds_;
+    std::vector<uint64_t> counts_;  // per bucket, not cumulative; the last is +Inf
+    uint64_t count_ = 0;
+    double sum_ = 0;
+};
 
 inline constexpr const char *kContentType = "text/plain; version=0.0.4; charset=utf-8";
 
