@@ -227,7 +227,8 @@ Server::Server(Config config, Prober &prober, ServerOptions options)
     // SO_REUSEADDR alone: with cpp-httplib's SO_REUSEPORT a second exporter
     // on the same port would bind too and take half the connections. "::"
     // takes IPv4 as well, whatever the host's default.
-    http_->set_socket_options([](int sock) {
+    http_->set_socket_options([this](int sock) {
+        last_socket_ = sock;
         int yes = 1, no = 0;
         setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
         setsockopt(sock, IPPROTO_IPV6, IPV6_V6ONLY, &no, sizeof no);  // fails harmlessly on IPv4 sockets
@@ -265,6 +266,12 @@ int Server::bind(const ListenAddress &address)
     if (bound < 0)
         throw std::runtime_error("cannot listen on " + (host.find(':') != std::string::npos ? "[" + host + "]" : host) +
                                  ":" + std::to_string(port));
+    // cpp-httplib listens with a backlog of 5. A Prometheus server with many
+    // targets opens that many connections at once; the kernel drops SYNs
+    // beyond the backlog and the client retries a second later, so every
+    // scrape past the fifth would start a second late. Listening again on
+    // the bound socket raises the backlog.
+    if (last_socket_ >= 0) ::listen(last_socket_, SOMAXCONN);
     return bound;
 }
 

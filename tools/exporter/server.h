@@ -80,6 +80,7 @@ private:
     Prober &prober_;
     ServerOptions options_;
     std::unique_ptr<httplib::Server> http_;
+    int last_socket_ = -1;  // the socket cpp-httplib made last (the bound one)
     mutable std::mutex stats_mutex_;
     std::map<std::string, ModuleStats> stats_;
     std::mutex run_mutex_;
