@@ -224,6 +224,8 @@ one_shot rmcpp "${rmcpp_cmd[@]}" -H "$one_host" raw 6 1
 [ -n "$ipmi_raw" ] && one_shot raw "${raw_cmd[@]}" -h "$one_host" 0 6 1
 [ -n "$ipmitool" ] && one_shot tool "${tool_cmd[@]}" -H "$one_host" raw 6 1
 one_shot help "$rmcpp" --help
+# What starting any program costs here: the floor under every P1 figure.
+one_shot floor "$(command -v true)"
 
 ins_rmcpp=$(instructions "${rmcpp_cmd[@]}" -H "$one_host" raw 6 1)
 ins_help=$(instructions "$rmcpp" --help)
@@ -238,6 +240,8 @@ row "P1 one-shot CPU, user+sys (ms)" "$(fmt "$p1_cpu_rmcpp" 1000 2)" "$(fmt "$p1
 row "P1 one-shot instructions (M)" "$ins_rmcpp" "$ins_raw" "$ins_tool" "$ins_rmcpp" "$ins_raw" "$ins_tool"
 row "P1 start-up alone: rmcpp --help CPU (ms)" "$(fmt "$p1_cpu_help" 1000 2)" "" "" n/a n/a n/a
 row "P1 start-up alone: rmcpp --help instr. (M)" "$ins_help" "" "" n/a n/a n/a
+row "P1 floor, any program (true): wall (ms)" "$(fmt "$p1_wall_floor" 1000 2)" "" "" n/a n/a n/a
+row "P1 floor, any program (true): CPU (ms)" "$(fmt "$p1_cpu_floor" 1000 2)" "" "" n/a n/a n/a
 
 # P2: exchanges on one session.
 count=2000
