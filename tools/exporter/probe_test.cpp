@@ -28,13 +28,20 @@ constexpr const char *kBlackHole = "127.0.21.2";
 constexpr const char *kNobody = "127.0.21.3";
 constexpr const char *kFaultyBmc = "127.0.21.4";
 
-std::vector<rmcpp::commands::SensorListEntry> tool_sensor_list(const std::string &host)
+// The options the tool would take for `rmcpp -H host -U admin -P secret -C 3`.
+cli::Options tool_options(const std::string &host)
 {
     cli::Options o;
     o.host = host;
     o.user = "admin";
     o.password = "secret";
     o.cipher_suite = 3;
+    return o;
+}
+
+std::vector<rmcpp::commands::SensorListEntry> tool_sensor_list(const std::string &host)
+{
+    const cli::Options o = tool_options(host);
     cli::Session s(o);
     EXPECT_EQ(s.open(), 0);
     return rmcpp::commands::sensor_list(s, rmcpp::commands::SdrFilter::sensors);
@@ -45,11 +52,7 @@ std::vector<rmcpp::commands::SensorListEntry> tool_sensor_list(const std::string
 // three entries once they have been.
 rmcpp::commands::SelInfo tool_sel_info(const std::string &host)
 {
-    cli::Options o;
-    o.host = host;
-    o.user = "admin";
-    o.password = "secret";
-    o.cipher_suite = 3;
+    const cli::Options o = tool_options(host);
     cli::Session s(o);
     EXPECT_EQ(s.open(), 0);
     return rmcpp::commands::read_sel_info(s);
