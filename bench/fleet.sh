@@ -225,7 +225,7 @@ one_shot rmcpp "${rmcpp_cmd[@]}" -H "$one_host" raw 6 1
 [ -n "$ipmitool" ] && one_shot tool "${tool_cmd[@]}" -H "$one_host" raw 6 1
 one_shot help "$rmcpp" --help
 # What starting any program costs here: the floor under every P1 figure.
-one_shot floor "$(command -v true)"
+one_shot floor "$(type -P true)"
 
 ins_rmcpp=$(instructions "${rmcpp_cmd[@]}" -H "$one_host" raw 6 1)
 ins_help=$(instructions "$rmcpp" --help)
