@@ -14,6 +14,7 @@
 // One line per round:
 //   round R: S scrapes, F failed, wall W s, cpu C s, C1000 cpu s per 1000, p50 A ms, p99 B ms
 #include <httplib.h>
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -21,6 +22,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
