@@ -9,6 +9,7 @@
 #ifndef RMCPP_H
 #define RMCPP_H
 
+#include <stddef.h>
 #include <stdint.h>
 #include <sys/time.h>
 
@@ -475,6 +476,28 @@ typedef struct RMCPP_ChannelCipherSuites {
  * setup. */
 RMCPP_API int rmcpp_get_channel_cipher_suites(const IPMI_SessionParam *param, const RMCPP_SessionOptions *options,
                                               uint8_t channel, RMCPP_ChannelCipherSuites *out);
+
+/* ------------------------------------------------------------------ */
+/* Many sessions from one thread                                       */
+/* ------------------------------------------------------------------ */
+
+typedef void (*RMCPP_Job)(void *context, size_t index);
+
+/* Runs job(context, 0) .. job(context, count - 1) on the calling thread,
+ * up to `concurrency` of them at a time (0: 64), each on a stack of its
+ * own of 256 KiB. Whenever a job waits for a datagram inside this library
+ * (session setup, exchanges, close, presence ping), the thread runs the
+ * other jobs until that datagram or the end of the wait comes, so one
+ * thread keeps many BMCs busy at once. Each job sees its waits end as they
+ * would have on a thread of its own. A job may use any of this library's
+ * calls on sessions of its own; no session is used by two jobs, and a job
+ * must not block in other ways (sleeping, reading files slowly, waiting
+ * for another job), since that stops them all. Jobs start in index order;
+ * the trace sink is called on the job's stack. Results: RMCPP_OK once
+ * every job has returned; RMCPP_ERR_INVALID for a null job or a call from
+ * inside a job; RMCPP_ERR_RESOURCE when the stacks cannot be had (then no
+ * job has run). */
+RMCPP_API int rmcpp_run_interleaved(size_t count, RMCPP_Job job, void *context, unsigned concurrency);
 
 /* ------------------------------------------------------------------ */
 /* Result words and version                                            */

@@ -7,6 +7,8 @@
 //   rmcpp_bench_session setups --host H --user U --password P --suite S --count N
 //     N session setups, each closed at once, one after the other; prints
 //     "setups N per_second X client_cpu_us_per_setup Y"
+//     With --concurrency C (above 1), the same N setups run as jobs of
+//     rmcpp_run_interleaved, C at a time, still from one thread.
 //
 // Client CPU is this process's CPU time (CLOCK_PROCESS_CPUTIME_ID), user and
 // system, over the timed part only. Sessions use a kernel-chosen local port
@@ -33,6 +35,7 @@ struct Args {
     int port = 0;
     int privilege = 4;
     int timeout = 2;
+    unsigned concurrency = 1;
     bool standard_keys = false;
     bool no_ping = false;
 };
@@ -42,7 +45,7 @@ int usage(const char *why)
     std::fprintf(stderr,
                  "rmcpp_bench_session: %s\n"
                  "usage: rmcpp_bench_session exchanges|setups --host H --user U --password P --suite S --count N\n"
-                 "       [--port N] [--privilege N] [--standard-keys] [--no-ping] [--timeout S]\n",
+                 "       [--port N] [--privilege N] [--standard-keys] [--no-ping] [--timeout S] [--concurrency C]\n",
                  why);
     return 2;
 }
@@ -90,6 +93,8 @@ int parse(int argc, char **argv, Args &a)
             a.privilege = static_cast<int>(n);
         else if (opt == "--timeout" && to_long(value, 1, 60, n))
             a.timeout = static_cast<int>(n);
+        else if (opt == "--concurrency" && to_long(value, 1, 4096, n))
+            a.concurrency = static_cast<unsigned>(n);
         else
             return usage(("bad option or value: " + opt + " " + value).c_str());
     }
@@ -183,17 +188,41 @@ int run_exchanges(const Args &a)
     return 0;
 }
 
+// One setup and its close; the first failure is kept.
+struct SetupJobs {
+    const Bench *bench;
+    int failure = 0;
+    const char *what = nullptr;
+};
+
+void setup_and_close(void *context, size_t)
+{
+    auto &jobs = *static_cast<SetupJobs *>(context);
+    IPMI_SessionParam p;
+    int r = jobs.bench->setup(p);
+    const char *what = "session setup";
+    if (r == 0) {
+        r = IPMI_CloseSession(&p);
+        what = "Close Session";
+    }
+    if (r != 0 && jobs.failure == 0) {
+        jobs.failure = r;
+        jobs.what = what;
+    }
+}
+
 int run_setups(const Args &a)
 {
     const Bench bench(a);
+    SetupJobs jobs{&bench};
     const double cpu0 = seconds(CLOCK_PROCESS_CPUTIME_ID), wall0 = seconds(CLOCK_MONOTONIC);
-    for (long i = 0; i < a.count; ++i) {
-        IPMI_SessionParam p;
-        int r = bench.setup(p);
-        if (r != 0) return fail("session setup", r);
-        r = IPMI_CloseSession(&p);
-        if (r != 0) return fail("Close Session", r);
+    if (a.concurrency > 1) {
+        const int r = rmcpp_run_interleaved(static_cast<size_t>(a.count), setup_and_close, &jobs, a.concurrency);
+        if (r != 0) return fail("rmcpp_run_interleaved", r);
+    } else {
+        for (long i = 0; i < a.count && jobs.failure == 0; ++i) setup_and_close(&jobs, static_cast<size_t>(i));
     }
+    if (jobs.failure != 0) return fail(jobs.what, jobs.failure);
     const double cpu = seconds(CLOCK_PROCESS_CPUTIME_ID) - cpu0, wall = seconds(CLOCK_MONOTONIC) - wall0;
     const double n = static_cast<double>(a.count);
     std::printf("setups %ld per_second %.1f client_cpu_us_per_setup %.2f\n", a.count, n / wall, cpu * 1e6 / n);

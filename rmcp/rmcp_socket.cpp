@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "arguments.h"
+#include "interleave.h"
 #include "rmcpp.h"
 
 namespace {
@@ -104,7 +105,7 @@ RMCPP_API int Receive_RMCP(int socket_fd, uint8_t *buffer, uint32_t *length, int
     // of waiting forever.
     const struct timespec wait = {limit->tv_sec + limit->tv_usec / 1000000,
                                   static_cast<long>(limit->tv_usec % 1000000) * 1000};
-    const int ready = ppoll(&readable, 1, &wait, nullptr);
+    const int ready = rmcpp::interleave::wait_readable(readable, wait);
     if (ready < 0) return 2;
     if (ready == 0) {
         lib_log(1, "Timeout, could not receive any packet.\n");

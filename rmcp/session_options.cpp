@@ -87,6 +87,13 @@ Establishment *active(const RMCPp_SetupState *state)
 EstablishmentScope::EstablishmentScope(Establishment &e) : previous_(current) { current = &e; }
 EstablishmentScope::~EstablishmentScope() { current = previous_; }
 
+Establishment *exchange_current(Establishment *next)
+{
+    Establishment *previous = current;
+    current = next;
+    return previous;
+}
+
 uint32_t session_id(const RMCPp_SetupState *state)
 {
     if (!kernel_source(state)) return MakeSessionID();

@@ -61,6 +61,10 @@ private:
     Establishment *previous_;
 };
 
+// Sets the calling thread's establishment to `next` and returns the one it
+// replaced. Jobs interleaved on one thread each keep their own across a wait.
+Establishment *exchange_current(Establishment *next);
+
 // True when `state` is established with options and `alg` is RAKP-HMAC-SHA256.
 inline bool sha256_auth(const RMCPp_SetupState *state, uint8_t alg)
 {

@@ -4,7 +4,7 @@
 if(TARGET lossy_soak_test)
   target_sources(lossy_soak_test PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/support/lossy_relay.cpp)
 endif()
-set(RMCPP_THREADS_TESTS threads_sessions_test threads_many_sessions_test lossy_soak_test)
+set(RMCPP_THREADS_TESTS threads_sessions_test threads_many_sessions_test lossy_soak_test interleaved_sessions_test)
 add_custom_target(rmcpp-threads-tests)
 foreach(t ${RMCPP_THREADS_TESTS})
   if(TARGET ${t})
