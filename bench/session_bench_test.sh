@@ -42,6 +42,8 @@ check "^exchanges 50 client_cpu_us_per_exchange $number wall_us_per_exchange $nu
   "$bench" exchanges $common --count 50
 check "^setups 20 per_second $number client_cpu_us_per_setup $number\$" \
   "$bench" setups $common --count 20
+check "^setups 40 per_second $number client_cpu_us_per_setup $number\$" \
+  "$bench" setups $common --count 40 --concurrency 8
 check "^exchanges 10 client_cpu_us_per_exchange $number wall_us_per_exchange $number\$" \
   "$bench" exchanges $common --suite 0 --count 10
 
@@ -54,5 +56,12 @@ elif [ -n "$out" ]; then
   status=1
 else
   echo "ok: a wrong password fails without figures"
+fi
+if out=$("$bench" setups --host "$address" --user admin --password wrong --suite 3 --timeout 1 --count 4 \
+           --concurrency 4 2>/dev/null); then
+  echo "FAIL: a wrong password gave status 0 with --concurrency"
+  status=1
+else
+  echo "ok: a wrong password fails with --concurrency too"
 fi
 exit $status

@@ -16,7 +16,8 @@ fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
 [ "$rc" -eq 0 ] || fail "fleet.sh exited with $rc"
 for expected in "rmcpp fleet benchmark, " "machine: " "figure " "P1 one-shot wall (ms)" \
                 "P1 one-shot CPU, user+sys (ms)" "P1 one-shot instructions (M)" "P2 client CPU per exchange (us)" \
-                "P3 setups per second, one thread" "P4 fleet of 10: wall (s)" "P4 fleet of 10: hosts answered"; do
+                "P3 setups per second, one thread, 32 at once" \
+                "P3 setups per second, one after another" "P4 fleet of 10: wall (s)" "P4 fleet of 10: hosts answered"; do
   grep -qF -- "$expected" <<<"$out" || fail "fleet.sh did not print: $expected"
 done
 [ "$failures" -eq 0 ] || exit 1
