@@ -109,23 +109,41 @@ timespec until(const timespec &from, const timespec &to)
     return d;
 }
 
+// Swaps the thread's context for `to`, telling the sanitizers about the
+// stack it runs on: ASan keeps the fake stack of the context being left
+// in `*fake_stack` (null: that context ends here), TSan switches fibers.
+void switch_context(ucontext_t &from, ucontext_t &to, [[maybe_unused]] void **fake_stack,
+                    [[maybe_unused]] const void *to_bottom, [[maybe_unused]] size_t to_size,
+                    [[maybe_unused]] void *to_fiber)
+{
+#ifdef RMCPP_ASAN_FIBERS
+    __sanitizer_start_switch_fiber(fake_stack, to_bottom, to_size);
+#endif
+#ifdef RMCPP_TSAN_FIBERS
+    __tsan_switch_to_fiber(to_fiber, 0);
+#endif
+    swapcontext(&from, &to);
+}
+
+// Back in a context after switch_context: ASan takes up its fake stack
+// again and tells where the thread came from.
+void arrived([[maybe_unused]] void *fake_stack, [[maybe_unused]] const void **from_bottom,
+             [[maybe_unused]] size_t *from_size)
+{
+#ifdef RMCPP_ASAN_FIBERS
+    __sanitizer_finish_switch_fiber(fake_stack, from_bottom, from_size);
+#endif
+}
+
 // From the scheduler into job `j`, until it waits or returns. The thread's
 // establishment is the job's while it runs.
 void enter(Scheduler &s, Job &j)
 {
     s.running = &j;
     ext::Establishment *own = ext::exchange_current(j.establishment);
-#ifdef RMCPP_ASAN_FIBERS
     void *fake_stack = nullptr;
-    __sanitizer_start_switch_fiber(&fake_stack, j.stack, j.stack_size);
-#endif
-#ifdef RMCPP_TSAN_FIBERS
-    __tsan_switch_to_fiber(j.tsan_fiber, 0);
-#endif
-    swapcontext(&s.context, &j.context);
-#ifdef RMCPP_ASAN_FIBERS
-    __sanitizer_finish_switch_fiber(fake_stack, nullptr, nullptr);
-#endif
+    switch_context(s.context, j.context, &fake_stack, j.stack, j.stack_size, j.tsan_fiber);
+    arrived(fake_stack, nullptr, nullptr);
     j.establishment = ext::exchange_current(own);
     s.running = nullptr;
 }
@@ -134,25 +152,16 @@ void enter(Scheduler &s, Job &j)
 // again, never once the job has returned.
 void leave(Scheduler &s, Job &j)
 {
-#ifdef RMCPP_ASAN_FIBERS
-    __sanitizer_start_switch_fiber(j.running ? &j.asan_fake_stack : nullptr, s.asan_bottom, s.asan_size);
-#endif
-#ifdef RMCPP_TSAN_FIBERS
-    __tsan_switch_to_fiber(s.tsan_fiber, 0);
-#endif
-    swapcontext(&j.context, &s.context);
-#ifdef RMCPP_ASAN_FIBERS
-    __sanitizer_finish_switch_fiber(j.asan_fake_stack, &s.asan_bottom, &s.asan_size);
-#endif
+    switch_context(j.context, s.context, j.running ? &j.asan_fake_stack : nullptr, s.asan_bottom, s.asan_size,
+                   s.tsan_fiber);
+    arrived(j.asan_fake_stack, &s.asan_bottom, &s.asan_size);
 }
 
 void run_job()
 {
     Scheduler &s = *scheduler;
     Job &j = *s.running;
-#ifdef RMCPP_ASAN_FIBERS
-    __sanitizer_finish_switch_fiber(nullptr, &s.asan_bottom, &s.asan_size);
-#endif
+    arrived(nullptr, &s.asan_bottom, &s.asan_size);
     s.job(s.job_context, j.index);
     j.running = false;
     leave(s, j);
