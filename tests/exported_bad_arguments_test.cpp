@@ -1702,6 +1702,18 @@ void vector_file_rows(std::vector<Probe> &rows)
     }
 }
 
+// Interleaved jobs: a null job is refused whatever the count, before any
+// stack is made.
+void interleave_rows(std::vector<Probe> &rows)
+{
+    const std::pair<const char *, size_t> counts[] = {
+        {"job null, count 0", 0}, {"job null, count 1", 1}, {"job null, count SIZE_MAX", SIZE_MAX}};
+    for (const auto &[name, count] : counts)
+        rows.push_back(Probe{"rmcpp_run_interleaved", name,
+                             [count] { return Outcome{rmcpp_run_interleaved(count, nullptr, nullptr, 0), true}; },
+                             kInvalid, kNull});
+}
+
 std::vector<Probe> all_probes()
 {
     std::vector<Probe> rows;
@@ -1716,6 +1728,7 @@ std::vector<Probe> all_probes()
     cipher_api_rows(rows);
     core_rows(rows);
     vector_file_rows(rows);
+    interleave_rows(rows);
     return rows;
 }
 
