@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <vector>
 
 #include "rmcpp.h"
@@ -230,7 +231,14 @@ public:
 
     bool prepare()
     {
-        jobs_ = std::make_unique<Job[]>(slots_);
+        jobs_.reset(new (std::nothrow) Job[slots_]);
+        if (!jobs_) return false;
+        try {
+            fds_.reserve(slots_);
+            waiting_.reserve(slots_);
+        } catch (const std::bad_alloc &) {
+            return false;
+        }
         const long page = sysconf(_SC_PAGESIZE);
         for (size_t i = 0; i < slots_; ++i) {
             if (!make_stack(jobs_[i], page > 0 ? static_cast<size_t>(page) : 4096)) return false;
@@ -247,38 +255,36 @@ public:
     void run()
     {
         scheduler = &s_;
-        std::vector<pollfd> fds;
-        std::vector<Job *> waiting;
         for (;;) {
             for (size_t i = 0; i < slots_; ++i) fill(jobs_[i]);
-            fds.clear();
-            waiting.clear();
+            fds_.clear();
+            waiting_.clear();
             timespec first{};
             for (size_t i = 0; i < slots_; ++i) {
                 Job &j = jobs_[i];
                 if (!j.running) continue;
-                if (waiting.empty() || before(j.deadline, first)) first = j.deadline;
-                waiting.push_back(&j);
-                fds.push_back(*j.poll);
+                if (waiting_.empty() || before(j.deadline, first)) first = j.deadline;
+                waiting_.push_back(&j);
+                fds_.push_back(*j.poll);
             }
-            if (waiting.empty()) return;
+            if (waiting_.empty()) return;
             const timespec wait = until(now(), first);
-            int ready = ppoll(fds.data(), fds.size(), &wait, nullptr);
+            int ready = ppoll(fds_.data(), fds_.size(), &wait, nullptr);
             if (ready < 0 && errno == EINTR) ready = 0;
             if (ready < 0) {
                 // The shared wait failed: so does every job's own.
                 const int error = errno;
-                for (Job *j : waiting) {
+                for (Job *j : waiting_) {
                     resume(s_, *j, -1, 0, error);
                     fill(*j);
                 }
                 continue;
             }
             const timespec t = now();
-            for (size_t i = 0; i < waiting.size(); ++i) {
-                Job &j = *waiting[i];
-                if (ready > 0 && fds[i].revents != 0)
-                    resume(s_, j, 1, fds[i].revents);
+            for (size_t i = 0; i < waiting_.size(); ++i) {
+                Job &j = *waiting_[i];
+                if (ready > 0 && fds_[i].revents != 0)
+                    resume(s_, j, 1, fds_[i].revents);
                 else if (!before(t, j.deadline))
                     resume(s_, j, 0, 0);
                 else
@@ -300,6 +306,9 @@ private:
     size_t slots_;
     size_t next_ = 0;
     std::unique_ptr<Job[]> jobs_;
+    // One entry per slot at most, so they never grow while jobs run.
+    std::vector<pollfd> fds_;
+    std::vector<Job *> waiting_;
 };
 
 }  // namespace
